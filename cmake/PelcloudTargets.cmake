@@ -1,0 +1,43 @@
+# What every target of this project has in common. Nothing here is global, so that a project that adds ours
+# keeps its own flags.
+
+function(pelcloud_configure_target target)
+  target_compile_features(${target} PUBLIC cxx_std_20)
+  set_target_properties(${target} PROPERTIES
+    CXX_EXTENSIONS OFF
+    CXX_VISIBILITY_PRESET hidden
+    VISIBILITY_INLINES_HIDDEN ON
+    POSITION_INDEPENDENT_CODE ON)
+  target_compile_options(${target} PRIVATE
+    -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual
+    $<$<BOOL:${PELCLOUD_WERROR}>:-Werror>)
+  if(PELCLOUD_SANITIZE)
+    target_compile_options(${target} PRIVATE
+      -fsanitize=${PELCLOUD_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    target_link_options(${target} PRIVATE -fsanitize=${PELCLOUD_SANITIZE})
+  endif()
+endfunction()
+
+# pelcloud_add_test(NAME SOURCES... [LIBRARIES lib...]): a GoogleTest program whose cases ctest runs one by one.
+function(pelcloud_add_test name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LIBRARIES")
+  add_executable(${name} ${arg_SOURCES})
+  pelcloud_configure_target(${name})
+  target_link_libraries(${name} PRIVATE pelcloud_core GTest::gtest_main ${arg_LIBRARIES})
+  target_compile_definitions(${name} PRIVATE PELCLOUD_GOLDEN_DIR="${PROJECT_SOURCE_DIR}/tests/golden")
+  gtest_discover_tests(${name} PROPERTIES TIMEOUT 120)
+  foreach(source IN LISTS arg_SOURCES)
+    cmake_path(ABSOLUTE_PATH source)
+    set_property(GLOBAL APPEND PROPERTY PELCLOUD_TEST_SOURCES "${source}")
+  endforeach()
+endfunction()
+
+# A test that was never registered is not a test: every *_test.cpp below tests/ must belong to a program.
+function(pelcloud_require_all_tests_registered)
+  file(GLOB_RECURSE on_disk CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/tests/*_test.cpp")
+  get_property(registered GLOBAL PROPERTY PELCLOUD_TEST_SOURCES)
+  list(REMOVE_ITEM on_disk ${registered})
+  if(on_disk)
+    message(FATAL_ERROR "Test sources that no program builds: ${on_disk}")
+  endif()
+endfunction()

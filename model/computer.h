@@ -1,0 +1,43 @@
+#ifndef PELCLOUD_MODEL_COMPUTER_H
+#define PELCLOUD_MODEL_COMPUTER_H
+
+#include "model/fields.h"
+
+#include <QString>
+
+class QJsonObject;
+
+// In the order of the wire format's table.
+#define PELCLOUD_COMPUTER_FIELDS(FIELD) \
+    FIELD(QString, Id, "id") \
+    FIELD(QString, Name, "name") \
+    FIELD(QString, Os, "os") \
+    FIELD(QString, Ver, "ver")
+
+/**
+ * The identity of the monitored computer, sent once for every report. All four keys are always
+ * present; a field that was never set is an empty string.
+ * A plain value: copies share nothing that a change would show through. Not safe for use by two
+ * threads at once.
+ */
+class Computer
+{
+public:
+    Computer() = default;
+    Computer(const Computer &) = default;
+    Computer &operator=(const Computer &) = default;
+    virtual ~Computer();
+
+    PELCLOUD_COMPUTER_FIELDS(PELCLOUD_FIELD_ACCESSORS)
+
+    /** Back to the values of a new record. */
+    void clear();
+    [[nodiscard]] QJsonObject toJson() const;
+
+private:
+    struct Table;
+
+    PELCLOUD_COMPUTER_FIELDS(PELCLOUD_FIELD_MEMBER)
+};
+
+#endif

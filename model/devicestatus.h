@@ -1,0 +1,46 @@
+#ifndef PELCLOUD_MODEL_DEVICESTATUS_H
+#define PELCLOUD_MODEL_DEVICESTATUS_H
+
+#include "model/capabilities.h"
+#include "model/failures.h"
+#include "model/fields.h"
+#include "model/regressivecounter.h"
+#include "model/status.h"
+#include "model/variables.h"
+
+class QJsonObject;
+
+// In the order of the wire format's table.
+#define PELCLOUD_DEVICE_STATUS_FIELDS(FIELD) \
+    FIELD(Capabilities, Caps, "caps") \
+    FIELD(Variables, Vars, "vars") \
+    FIELD(Status, Status, "status") \
+    FIELD(Failures, Failures, "failures") \
+    FIELD(RegressiveCounter, RegressiveCounter, "regressiveCounter") \
+    FIELD(int, FullDischargeRequired, "fullDischargeRequired", -1)
+
+/**
+ * One UPS at one moment. All six keys are always present; the five records nest as objects.
+ * fullDischargeRequired is 0 or 1, or -1 while it is not known.
+ * A plain value: copies share nothing that a change would show through. Not safe for use by two
+ * threads at once.
+ */
+class DeviceStatus
+{
+public:
+    DeviceStatus() = default;
+    DeviceStatus(const DeviceStatus &) = default;
+    DeviceStatus &operator=(const DeviceStatus &) = default;
+    virtual ~DeviceStatus();
+
+    PELCLOUD_DEVICE_STATUS_FIELDS(PELCLOUD_FIELD_ACCESSORS)
+
+    [[nodiscard]] QJsonObject toJson() const;
+
+private:
+    struct Table;
+
+    PELCLOUD_DEVICE_STATUS_FIELDS(PELCLOUD_FIELD_MEMBER)
+};
+
+#endif

@@ -1,0 +1,51 @@
+#ifndef PELCLOUD_MODEL_FAILURES_H
+#define PELCLOUD_MODEL_FAILURES_H
+
+#include "model/fields.h"
+
+class QJsonObject;
+
+// In the order of the wire format's table.
+#define PELCLOUD_FAILURES_FIELDS(FIELD) \
+    FIELD(int, OverTemp, "overTemp") \
+    FIELD(int, Internal, "internal") \
+    FIELD(int, OverLoad, "overLoad") \
+    FIELD(int, ShortCircuit, "shortCircuit") \
+    FIELD(int, Inverter, "inverter") \
+    FIELD(int, Fan, "fan") \
+    FIELD(int, Tiristor, "tiristor") \
+    FIELD(int, EndBattery, "endBattery") \
+    FIELD(int, LowVInput, "lowVInput") \
+    FIELD(int, AbnormalVOutput, "abnormalVOutput") \
+    FIELD(int, HighPOutput, "highPOutput") \
+    FIELD(int, AbnormalVBattery, "abnormalVBattery")
+
+/**
+ * The failures that a UPS reports. Flags hold 0 or 1 and are always present, as numbers. The
+ * cloud knows the thyristor as "tiristor".
+ * A plain value: copies share nothing that a change would show through. Not safe for use by two
+ * threads at once.
+ */
+class Failures
+{
+public:
+    Failures() = default;
+    Failures(const Failures &) = default;
+    Failures &operator=(const Failures &) = default;
+    virtual ~Failures();
+
+    PELCLOUD_FAILURES_FIELDS(PELCLOUD_FIELD_ACCESSORS)
+
+    /** Back to the values of a new record. */
+    void clear();
+    /** Sets every flag to 1. */
+    void all();
+    [[nodiscard]] QJsonObject toJson() const;
+
+private:
+    struct Table;
+
+    PELCLOUD_FAILURES_FIELDS(PELCLOUD_FIELD_MEMBER)
+};
+
+#endif

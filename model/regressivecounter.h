@@ -1,0 +1,40 @@
+#ifndef PELCLOUD_MODEL_REGRESSIVECOUNTER_H
+#define PELCLOUD_MODEL_REGRESSIVECOUNTER_H
+
+#include "model/fields.h"
+
+class QJsonObject;
+
+// In the order of the wire format's table.
+#define PELCLOUD_REGRESSIVE_COUNTER_FIELDS(FIELD) \
+    FIELD(int, Active, "active") \
+    FIELD(int, Value, "value") \
+    FIELD(int, Cause, "cause")
+
+/**
+ * The shutdown count-down of a UPS: active is 1 while it runs, value is what remains of it as the
+ * suite counts, cause is the suite's code (negative when none runs). Always present.
+ * A plain value: copies share nothing that a change would show through. Not safe for use by two
+ * threads at once.
+ */
+class RegressiveCounter
+{
+public:
+    RegressiveCounter() = default;
+    RegressiveCounter(const RegressiveCounter &) = default;
+    RegressiveCounter &operator=(const RegressiveCounter &) = default;
+    virtual ~RegressiveCounter();
+
+    PELCLOUD_REGRESSIVE_COUNTER_FIELDS(PELCLOUD_FIELD_ACCESSORS)
+
+    /** Back to the values of a new record. */
+    void clear();
+    [[nodiscard]] QJsonObject toJson() const;
+
+private:
+    struct Table;
+
+    PELCLOUD_REGRESSIVE_COUNTER_FIELDS(PELCLOUD_FIELD_MEMBER)
+};
+
+#endif

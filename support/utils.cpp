@@ -1,0 +1,324 @@
+#include "support/utils.h"
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <charconv>
+#include <clocale>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cwchar>
+#include <cwctype>
+#include <locale.h>
+#include <string_view>
+#include <vector>
+
+namespace {
+
+constexpr std::string_view BLANKS = " \n\t\r";
+
+std::string_view view(const char *text)
+{
+    return text == nullptr ? std::string_view() : std::string_view(text);
+}
+
+bool isSign(char c)
+{
+    return c == '+' || c == '-';
+}
+
+bool isDigit(char c)
+{
+    return c >= '0' && c <= '9';
+}
+
+/** Pads on the left, but behind a sign. */
+std::string padded(std::string_view number, std::size_t width, char fill)
+{
+    std::string result(number);
+    if (number.size() < width) {
+        const std::size_t at = isSign(number.front()) ? 1 : 0;
+        result.insert(at, width - number.size(), fill);
+    }
+    return result;
+}
+
+template <class Integer>
+std::string decimal(Integer value, unsigned int width, char fill)
+{
+    std::array<char, 24> digits{}; // 20 digits or a sign and 19 digits
+    const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), value).ptr;
+    return padded({ digits.data(), static_cast<std::size_t>(end - digits.data()) }, width, fill);
+}
+
+/** The classic locale's handle; libc's own constant, which needs no memory and is never freed. */
+locale_t classicLocale()
+{
+    static const locale_t classic = newlocale(LC_ALL_MASK, "C", nullptr);
+    return classic;
+}
+
+/** Puts the calling thread, and no other, into the classic locale while it lives. */
+class ClassicLocaleScope
+{
+public:
+    ClassicLocaleScope()
+        : m_previous(uselocale(classicLocale()))
+    {}
+    ~ClassicLocaleScope() { uselocale(m_previous); }
+    ClassicLocaleScope(const ClassicLocaleScope &) = delete;
+    ClassicLocaleScope &operator=(const ClassicLocaleScope &) = delete;
+
+private:
+    locale_t m_previous;
+};
+
+std::size_t skipDigits(std::string_view text, std::size_t from)
+{
+    while (from < text.size() && isDigit(text[from]))
+        ++from;
+    return from;
+}
+
+std::size_t skipSign(std::string_view text, std::size_t from)
+{
+    return from < text.size() && isSign(text[from]) ? from + 1 : from;
+}
+
+std::string_view trimmed(std::string_view text, bool left, bool right)
+{
+    const std::size_t first = left ? text.find_first_not_of(BLANKS) : 0;
+    if (first == std::string_view::npos)
+        return {};
+    const std::size_t end = right ? text.find_last_not_of(BLANKS) + 1 : text.size();
+    return end > first ? text.substr(first, end - first) : std::string_view();
+}
+
+std::string mapBytes(std::string_view text, int (*map)(int))
+{
+    std::string result(text);
+    std::transform(result.begin(), result.end(), result.begin(),
+                   [map](unsigned char c) { return static_cast<char>(map(c)); });
+    return result;
+}
+
+/** Room for `size` items: on the stack for names and lines of everyday length, else on the heap. */
+template <class Item>
+class Scratch
+{
+public:
+    explicit Scratch(std::size_t size)
+        : m_size(size)
+    {
+        if (size > m_few.size())
+            m_many.resize(size);
+    }
+    Item *data() { return m_size > m_few.size() ? m_many.data() : m_few.data(); }
+    [[nodiscard]] std::size_t size() const { return m_size; }
+
+private:
+    std::size_t m_size;
+    std::array<Item, 256> m_few;
+    std::vector<Item> m_many;
+};
+
+} // namespace
+
+std::string IntToStr(long value, unsigned int width, char fill)
+{
+    return decimal(value, width, fill);
+}
+
+std::string UIntToStr(unsigned long value, unsigned int width, char fill)
+{
+    return decimal(value, width, fill);
+}
+
+std::string FloatToStr(double value, int width, unsigned int precision, char fill)
+{
+    constexpr unsigned int MAX_PRECISION = 4096;
+    const int digits = static_cast<int>(std::min(precision, MAX_PRECISION));
+    const std::size_t minimum = width > 0 ? static_cast<std::size_t>(width) : 0;
+
+    const ClassicLocaleScope classic;
+    std::array<char, 64> few{};
+    const int needed = std::snprintf(few.data(), few.size(), "%#.*g", digits, value);
+    const auto length = static_cast<std::size_t>(std::max(needed, 0));
+    if (length < few.size())
+        return padded({ few.data(), length }, minimum, fill);
+    std::string many(length + 1, '\0');
+    std::snprintf(many.data(), many.size(), "%#.*g", digits, value);
+    return padded({ many.data(), length }, minimum, fill);
+}
+
+bool StrIsInt(const char *text)
+{
+    const std::string_view all = view(text);
+    const std::string_view digits = all.substr(skipSign(all, 0));
+    return !all.empty() && std::all_of(digits.begin(), digits.end(), isDigit);
+}
+
+bool StrIsInt(const std::string &text)
+{
+    return StrIsInt(text.c_str());
+}
+
+long StrToIntDef(const char *text, long def)
+{
+    if (!StrIsInt(text))
+        return def;
+    const std::string_view all = view(text);
+    const std::string_view digits = all.substr(skipSign(all, 0));
+    std::uint64_t magnitude = 0;
+    if (std::from_chars(digits.data(), digits.data() + digits.size(), magnitude).ec != std::errc())
+        return def;
+    // Read as unsigned and negated modulo two to the 64th power: in the signed range that is the
+    // number itself, beyond it the reinterpreted unsigned reading.
+    return static_cast<long>(all.front() == '-' ? 0 - magnitude : magnitude);
+}
+
+long StrToIntDef(const std::string &text, long def)
+{
+    return StrToIntDef(text.c_str(), def);
+}
+
+bool StrIsFloat(const char *text)
+{
+    const std::string_view all = view(text);
+    const std::size_t whole = skipSign(all, 0);
+    std::size_t at = skipDigits(all, whole);
+    std::size_t digits = at - whole;
+    if (at < all.size() && (all[at] == '.' || all[at] == ',')) {
+        const std::size_t fraction = at + 1;
+        at = skipDigits(all, fraction);
+        digits += at - fraction;
+    }
+    if (digits == 0)
+        return false;
+    if (at < all.size() && (all[at] == 'E' || all[at] == 'e')) {
+        const std::size_t exponent = skipSign(all, at + 1);
+        at = skipDigits(all, exponent);
+        if (at == exponent)
+            return false;
+    }
+    return at == all.size();
+}
+
+bool StrIsFloat(const std::string &text)
+{
+    return StrIsFloat(text.c_str());
+}
+
+double StrToFloatDef(const char *text, double def)
+{
+    if (!StrIsFloat(text))
+        return def;
+    std::string pointed(text);
+    if (const std::size_t comma = pointed.find(','); comma != std::string::npos)
+        pointed[comma] = '.';
+    const double value = strtod_l(pointed.c_str(), nullptr, classicLocale());
+    return std::isinf(value) ? def : value;
+}
+
+double StrToFloatDef(const std::string &text, double def)
+{
+    return StrToFloatDef(text.c_str(), def);
+}
+
+std::string Trim(const char *text)
+{
+    return std::string(trimmed(view(text), true, true));
+}
+
+std::string Trim(const std::string &text)
+{
+    return Trim(text.c_str());
+}
+
+std::string TrimLeft(const char *text)
+{
+    return std::string(trimmed(view(text), true, false));
+}
+
+std::string TrimLeft(const std::string &text)
+{
+    return TrimLeft(text.c_str());
+}
+
+std::string TrimRight(const char *text)
+{
+    return std::string(trimmed(view(text), false, true));
+}
+
+std::string TrimRight(const std::string &text)
+{
+    return TrimRight(text.c_str());
+}
+
+std::string UpperCase(const char *text)
+{
+    return mapBytes(view(text), std::toupper);
+}
+
+std::string UpperCase(const std::string &text)
+{
+    return UpperCase(text.c_str());
+}
+
+std::string LowerCase(const char *text)
+{
+    return mapBytes(view(text), std::tolower);
+}
+
+std::string LowerCase(const std::string &text)
+{
+    return LowerCase(text.c_str());
+}
+
+std::string LocaleChangeCase(const char *text, bool upper)
+{
+    const std::string_view original = view(text);
+    if (original.empty())
+        return {};
+
+    constexpr auto FAILED = static_cast<std::size_t>(-1);
+    Scratch<wchar_t> wide(original.size() + 1);
+    std::mbstate_t reading{};
+    const std::size_t count = std::mbsrtowcs(wide.data(), &text, wide.size(), &reading);
+    if (count == FAILED)
+        return std::string(original);
+
+    std::transform(wide.data(), wide.data() + count, wide.data(), [upper](wchar_t c) {
+        const auto character = static_cast<std::wint_t>(c);
+        return static_cast<wchar_t>(upper ? std::towupper(character) : std::towlower(character));
+    });
+
+    Scratch<char> narrow(original.size() + 1);
+    const wchar_t *source = wide.data();
+    std::mbstate_t writing{};
+    const std::size_t length = std::wcsrtombs(narrow.data(), &source, narrow.size(), &writing);
+    const bool whole = length != FAILED && (source == nullptr || *source == L'\0');
+    return whole ? std::string(narrow.data(), length) : std::string(original);
+}
+
+std::string LocaleUpperCase(const char *text)
+{
+    return LocaleChangeCase(text, true);
+}
+
+std::string LocaleUpperCase(const std::string &text)
+{
+    return LocaleUpperCase(text.c_str());
+}
+
+std::string LocaleLowerCase(const char *text)
+{
+    return LocaleChangeCase(text, false);
+}
+
+std::string LocaleLowerCase(const std::string &text)
+{
+    return LocaleLowerCase(text.c_str());
+}

@@ -1,0 +1,185 @@
+#include "model/computer.h"
+#include "model/devicestatus.h"
+#include "support/jsontext.h"
+#include "tests/golden.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <type_traits>
+
+#include <QJsonObject>
+
+namespace {
+
+template <class Record>
+std::string text(const Record &record)
+{
+    return ToJsonText(record.toJson()).toStdString();
+}
+
+template <class Record, class... Setters>
+Record numbered(int first, Setters... setters)
+{
+    Record record;
+    ((record.*setters)(first++), ...);
+    return record;
+}
+
+Capabilities numberedCapabilities()
+{
+    using C = Capabilities;
+    return numbered<C>(101, &C::setHasFamily, &C::setHasModel, &C::setHasVInput, &C::setHasVOutput,
+                       &C::setHasIOutput, &C::setHasPOutput, &C::setHasFOutput, &C::setHasVBattery,
+                       &C::setHasCBattery, &C::setHasTemperature, &C::setHasVersion,
+                       &C::setHasIcBattery, &C::setHasSetIcBattery, &C::setHasShutdownTimer,
+                       &C::setHasPowerOnTimer, &C::setHasPowerOffTimer, &C::setHasManualShutdown,
+                       &C::setHasProgPowerOn, &C::setHasProgPowerOff, &C::setHasSampVInput,
+                       &C::setHasSampVOutput, &C::setHasSampIOutput, &C::setHasNominalVInput,
+                       &C::setHasNominalVOutput, &C::setHasNominalPOutput, &C::setHasNominalFOutput,
+                       &C::setHasNominalVBattery, &C::setHasSetDischargeBattery,
+                       &C::setHasChangeAutonomy);
+}
+
+Status numberedStatus()
+{
+    using S = Status;
+    return numbered<S>(201, &S::setConnected, &S::setOpStartup, &S::setOpBattery, &S::setOpStandby,
+                       &S::setOpCheckup, &S::setOpWarning, &S::setNoVInput, &S::setLowVInput,
+                       &S::setHighVInput, &S::setLowFInput, &S::setHighFInput, &S::setNoSyncInput,
+                       &S::setSyncInput, &S::setNoiseInput, &S::setHighPOutput, &S::setLowBattery,
+                       &S::setMaxBattery, &S::setNoBattery, &S::setOldBattery, &S::setMoreBattery,
+                       &S::setLessBattery, &S::setShutdownTimerActive, &S::setRemoteControlActive,
+                       &S::setNoCalibrated);
+}
+
+Failures numberedFailures()
+{
+    using F = Failures;
+    return numbered<F>(1, &F::setOverTemp, &F::setInternal, &F::setOverLoad, &F::setShortCircuit,
+                       &F::setInverter, &F::setFan, &F::setTiristor, &F::setEndBattery,
+                       &F::setLowVInput, &F::setAbnormalVOutput, &F::setHighPOutput,
+                       &F::setAbnormalVBattery);
+}
+
+Variables distinctVariables()
+{
+    Variables vars = numbered<Variables>(301, &Variables::setFamily, &Variables::setModel);
+    vars.setName(QStringLiteral("Caf\u00e9 \"1\""));
+    vars.setVersion(QStringLiteral("12."));
+    vars.setVInput(229.6F);
+    vars.setVOutput(230.1F);
+    vars.setIOutput(2.5F);
+    vars.setPOutput(41.25F);
+    vars.setFOutput(60.02F);
+    vars.setVBattery(25.3F);
+    vars.setCBattery(87.5F);
+    vars.setTemperature(31.75F);
+    vars.setIcBattery(-7);
+    vars.setShutdownTimer(1234567);
+    vars.setPowerOnTimer(120);
+    vars.setPowerOffTimer(-3);
+    vars.setSampVInput({ 0, 255 });
+    vars.setSampVOutput({ 0.5F });
+    vars.setSampIOutput({ 7, 8, 9.1F });
+    vars.setNominalVInput(231);
+    vars.setNominalVOutput(232);
+    vars.setNominalPOutput(1400);
+    vars.setNominalFOutput(50);
+    vars.setNominalVBattery(24.5F);
+    return vars;
+}
+
+DeviceStatus distinctDevice()
+{
+    using R = RegressiveCounter;
+    R counter = numbered<R>(401, &R::setActive, &R::setValue);
+    counter.setCause(-403);
+    DeviceStatus device;
+    device.setCaps(numberedCapabilities());
+    device.setVars(distinctVariables());
+    device.setStatus(numberedStatus());
+    device.setFailures(numberedFailures());
+    device.setRegressiveCounter(counter);
+    device.setFullDischargeRequired(404);
+    return device;
+}
+
+TEST(Records, DefaultsMatchTheirGoldenText)
+{
+    EXPECT_EQ(text(DeviceStatus()), golden("device_default.json"));
+    EXPECT_EQ(text(Computer()), R"({
+    "id": "",
+    "name": "",
+    "os": "",
+    "ver": ""
+}
+)");
+}
+
+TEST(Records, AllSetsEveryFlag)
+{
+    DeviceStatus device;
+    Capabilities caps;
+    Status status;
+    Failures failures;
+    caps.all();
+    status.all();
+    failures.all();
+    device.setCaps(caps);
+    device.setStatus(status);
+    device.setFailures(failures);
+    EXPECT_EQ(text(device), golden("device_all.json"));
+}
+
+TEST(Records, EveryFieldHasItsOwnKey)
+{
+    EXPECT_EQ(text(distinctDevice()), golden("device_distinct.json"));
+
+    Computer computer;
+    computer.setId(QStringLiteral("i"));
+    computer.setName(QStringLiteral("n"));
+    computer.setOs(QStringLiteral("o"));
+    computer.setVer(QStringLiteral("v"));
+    EXPECT_EQ(text(computer), R"({
+    "id": "i",
+    "name": "n",
+    "os": "o",
+    "ver": "v"
+}
+)");
+    computer.clear();
+    EXPECT_EQ(text(computer), text(Computer()));
+}
+
+TEST(Records, ClearRestoresTheDefaults)
+{
+    DeviceStatus device = distinctDevice();
+    const auto cleared = [](auto record) {
+        record.clear();
+        return record;
+    };
+    device.setCaps(cleared(device.getCaps()));
+    device.setVars(cleared(device.getVars()));
+    device.setStatus(cleared(device.getStatus()));
+    device.setFailures(cleared(device.getFailures()));
+    device.setRegressiveCounter(cleared(device.getRegressiveCounter()));
+    device.setFullDischargeRequired(-1);
+    EXPECT_EQ(text(device), golden("device_default.json"));
+}
+
+TEST(Records, CopiesAreIndependent)
+{
+    const DeviceStatus original = distinctDevice();
+    DeviceStatus copy = original;
+    QVector<float> samples = copy.getVars().getSampVInput();
+    samples.append(1);
+    Variables vars = copy.getVars();
+    vars.setSampVInput(samples);
+    copy.setVars(vars);
+    EXPECT_EQ(original.getVars().getSampVInput().size(), 2);
+    EXPECT_EQ(copy.getVars().getSampVInput().size(), 3);
+    EXPECT_EQ(text(original), golden("device_distinct.json"));
+}
+
+} // namespace

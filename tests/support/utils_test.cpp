@@ -1,0 +1,265 @@
+#include "support/utils.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <bit>
+#include <climits>
+#include <clocale>
+#include <cmath>
+#include <iomanip>
+#include <limits>
+#include <locale>
+#include <random>
+#include <sstream>
+
+namespace {
+
+/** The whole process, C and C++ library, in another locale for one test. */
+class LocaleScope
+{
+public:
+    explicit LocaleScope(const char *name)
+        : m_previous(std::locale::global(std::locale(name)))
+    {}
+    ~LocaleScope() { std::locale::global(m_previous); }
+    LocaleScope(const LocaleScope &) = delete;
+    LocaleScope &operator=(const LocaleScope &) = delete;
+
+private:
+    std::locale m_previous;
+};
+
+const std::array<const char *, 4> LOCALES{ "C", "de_DE.UTF-8", "en_IN.UTF-8", "tr_TR.UTF-8" };
+
+// What the conversions are defined by: streams in the classic locale.
+
+template <class Value>
+std::string streamed(Value value, int width, unsigned int precision, char fill)
+{
+    std::ostringstream out;
+    out.imbue(std::locale::classic());
+    out << std::internal << std::showpoint << std::setfill(fill) << std::setw(width)
+        << std::setprecision(static_cast<int>(precision)) << value;
+    return out.str();
+}
+
+template <class Value>
+bool streamedBack(const std::string &text, Value &value)
+{
+    std::istringstream in(text);
+    in.imbue(std::locale::classic());
+    return !(in >> value).fail();
+}
+
+long streamedIntDef(const std::string &text, long def)
+{
+    long value = 0;
+    unsigned long wide = 0;
+    if (!StrIsInt(text))
+        return def;
+    if (streamedBack(text, value))
+        return value;
+    return streamedBack(text, wide) ? static_cast<long>(wide) : def;
+}
+
+TEST(NumberToText, MatchesStreamsInEveryLocale)
+{
+    std::mt19937_64 random(1);
+    for (const char *name : LOCALES) {
+        const LocaleScope scope(name);
+        for (int i = 0; i < 3000; ++i) {
+            const auto bits = random() >> (random() % 64);
+            const auto integer = static_cast<long>(random() % 2 == 0 ? bits : 0 - bits);
+            const int width = static_cast<int>(random() % 30) - 4;
+            const auto precision = static_cast<unsigned int>(random() % 90);
+            const char fill = "0 *"[random() % 3];
+            const auto positive = static_cast<unsigned int>(std::max(width, 0));
+            const double real = std::bit_cast<double>(random());
+            ASSERT_EQ(IntToStr(integer, positive, fill), streamed(integer, width, 6, fill)) << name;
+            ASSERT_EQ(UIntToStr(bits, positive, fill), streamed(bits, width, 6, fill)) << name;
+            ASSERT_EQ(FloatToStr(real, width, precision, fill),
+                      streamed(real, width, precision, fill))
+                    << name << ' ' << real << ' ' << precision;
+            ASSERT_EQ(FloatToStr(std::ldexp(real, -1000), width, precision % 8, fill),
+                      streamed(std::ldexp(real, -1000), width, precision % 8, fill));
+        }
+    }
+}
+
+TEST(NumberToText, Examples)
+{
+    EXPECT_EQ(IntToStr(7, 3, '0'), "007");
+    EXPECT_EQ(IntToStr(-5, 3, '0'), "-05");
+    EXPECT_EQ(IntToStr(1234, 2, '0'), "1234");
+    EXPECT_EQ(IntToStr(LONG_MIN, 0, '0'), "-9223372036854775808");
+    EXPECT_EQ(UIntToStr(0, 3, '0'), "000");
+    EXPECT_EQ(UIntToStr(12, 3, '0'), "012");
+    EXPECT_EQ(UIntToStr(ULONG_MAX, 0, '0'), "18446744073709551615");
+
+    const struct
+    {
+        double value;
+        const char *text;
+    } versions[] = {
+        { 1.5, "1.5" },        { 2.0, "2.0" },      { 12.0, "12." },   { 0.5, "0.50" },
+        { 1.23, "1.2" },       { 1.05F, "1.0" },    { 0.0, "0.0" },    { 100.0, "1.0e+02" },
+        { 0.0001, "0.00010" }, { 1e-5, "1.0e-05" }, { -9.96, "-10." }, { INFINITY, "inf" },
+    };
+    for (const auto &row : versions)
+        EXPECT_EQ(FloatToStr(row.value, 0, 2, ' '), row.text);
+    EXPECT_EQ(FloatToStr(-1.5, 6, 2, '0'), "-001.5");
+    EXPECT_EQ(FloatToStr(0.0, 0, UINT_MAX, ' ').size(), 4097U);
+}
+
+TEST(TextToNumber, Integers)
+{
+    constexpr long DEF = 5;
+    const struct
+    {
+        const char *text;
+        bool isInt;
+        long value;
+    } rows[] = {
+        { nullptr, false, DEF },
+        { "", false, DEF },
+        { "12", true, 12 },
+        { "+12", true, 12 },
+        { "-12", true, -12 },
+        { "007", true, 7 },
+        { " 12", false, DEF },
+        { "12 ", false, DEF },
+        { "1-2", false, DEF },
+        { "--1", false, DEF },
+        { "+-1", false, DEF },
+        { "-", true, DEF },
+        { "+", true, DEF },
+        { "0x10", false, DEF },
+        { "1.0", false, DEF },
+        { "1.000", false, DEF },
+        { "9223372036854775807", true, LONG_MAX },
+        { "9223372036854775808", true, LONG_MIN },
+        { "-9223372036854775808", true, LONG_MIN },
+        { "-9223372036854775809", true, LONG_MAX },
+        { "18446744073709551615", true, -1 },
+        { "18446744073709551616", true, DEF },
+        { "00000000000000000000000000000001", true, 1 },
+        { "99999999999999999999999999999999", true, DEF },
+    };
+    for (const char *name : LOCALES) {
+        const LocaleScope scope(name);
+        for (const auto &row : rows) {
+            SCOPED_TRACE(row.text == nullptr ? "null" : row.text);
+            EXPECT_EQ(StrIsInt(row.text), row.isInt);
+            EXPECT_EQ(StrToIntDef(row.text, DEF), row.value);
+            EXPECT_EQ(streamedIntDef(row.text == nullptr ? "" : row.text, DEF), row.value);
+        }
+    }
+    EXPECT_EQ(StrToIntDef(std::string("8\0x", 3), DEF), 8);
+}
+
+TEST(TextToNumber, Floats)
+{
+    constexpr double DEF = -77;
+    const struct
+    {
+        const char *text;
+        bool isFloat;
+        double value;
+    } rows[] = {
+        { nullptr, false, DEF },     { "", false, DEF },
+        { "2,5", true, 2.5 },        { "2.5", true, 2.5 },
+        { "1e3", true, 1000 },       { "1E+3", true, 1000 },
+        { "-1.5e-1", true, -0.15 },  { "+4", true, 4 },
+        { "5.", true, 5 },           { ".5", true, 0.5 },
+        { ",5", true, 0.5 },         { ".", false, DEF },
+        { "e3", false, DEF },        { "1e", false, DEF },
+        { "1e+", false, DEF },       { "1e2.5", false, DEF },
+        { "1.2.3", false, DEF },     { "1,2.3", false, DEF },
+        { "1,234,567", false, DEF }, { "1-2", false, DEF },
+        { " 1", false, DEF },        { "1 ", false, DEF },
+        { "abc", false, DEF },       { "inf", false, DEF },
+        { "nan", false, DEF },       { "0x1p3", false, DEF },
+        { "1e3e3", false, DEF },     { "1e999", true, DEF },
+        { "-1e999", true, DEF },     { "1e-999", true, 0 },
+        { "--1", false, DEF },       { "4.9e-324", true, 4.9e-324 },
+    };
+    for (const char *name : LOCALES) {
+        const LocaleScope scope(name);
+        for (const auto &row : rows) {
+            SCOPED_TRACE(row.text == nullptr ? "null" : row.text);
+            EXPECT_EQ(StrIsFloat(row.text), row.isFloat);
+            EXPECT_EQ(StrToFloatDef(row.text, DEF), row.value);
+        }
+    }
+}
+
+TEST(TextToNumber, SurvivesAnyBytes)
+{
+    std::mt19937 random(3);
+    const std::string alphabet = "0123456789+-.,eE \xff\x80";
+    for (int i = 0; i < 20000; ++i) {
+        std::string text;
+        for (auto length = random() % 24; length > 0; --length)
+            text += alphabet[random() % alphabet.size()];
+        ASSERT_EQ(StrToIntDef(text, 9), streamedIntDef(text, 9)) << text;
+        double expected = 9;
+        std::string pointed = text;
+        if (const auto comma = pointed.find(','); comma != std::string::npos)
+            pointed[comma] = '.';
+        if (!StrIsFloat(text) || !streamedBack(pointed, expected))
+            expected = 9;
+        ASSERT_EQ(StrToFloatDef(text, 9), expected) << text;
+    }
+}
+
+TEST(Trimming, TakesExactlyFourBlanks)
+{
+    const struct
+    {
+        const char *text, *both, *left, *right;
+    } rows[] = {
+        { nullptr, "", "", "" },
+        { "", "", "", "" },
+        { " \t\r\n", "", "", "" },
+        { "\t key = v \r\n", "key = v", "key = v \r\n", "\t key = v" },
+        { "\va\f", "\va\f", "\va\f", "\va\f" },
+        { "a b", "a b", "a b", "a b" },
+        { "\xc2\xa0x\xc2\xa0", "\xc2\xa0x\xc2\xa0", "\xc2\xa0x\xc2\xa0", "\xc2\xa0x\xc2\xa0" },
+    };
+    for (const auto &row : rows) {
+        EXPECT_EQ(Trim(row.text), row.both);
+        EXPECT_EQ(TrimLeft(row.text), row.left);
+        EXPECT_EQ(TrimRight(row.text), row.right);
+    }
+}
+
+TEST(Case, FollowsTheLocale)
+{
+    const std::string longText(1000, 'a');
+    const struct
+    {
+        const char *locale;
+        std::string text, upper, lower;
+    } rows[] = {
+        { "C", "aB1-z", "AB1-Z", "ab1-z" },
+        { "C", "a\xc3\xa9", "a\xc3\xa9", "a\xc3\xa9" }, // not ASCII: left alone as a whole
+        { "de_DE.UTF-8", "gr\xc3\xbc\xc3\x9f", "GR\xc3\x9c\xc3\x9f", "gr\xc3\xbc\xc3\x9f" },
+        { "de_DE.UTF-8", "ab\xff", "ab\xff", "ab\xff" },
+        { "de_DE.UTF-8", longText, std::string(1000, 'A'), longText },
+        // Two bytes whose capital takes three do not fit their own length twice over.
+        { "de_DE.UTF-8", "\xc9\x90\xc9\x90", "\xc9\x90\xc9\x90", "\xc9\x90\xc9\x90" },
+        { "tr_TR.UTF-8", "ix", "\xc4\xb0X", "ix" },
+    };
+    for (const auto &row : rows) {
+        const LocaleScope scope(row.locale);
+        EXPECT_EQ(LocaleUpperCase(row.text), row.upper) << row.locale;
+        EXPECT_EQ(LocaleLowerCase(row.text), row.lower) << row.locale;
+    }
+    const LocaleScope scope("de_DE.UTF-8");
+    EXPECT_EQ(UpperCase("a\xc3\xa9z"), "A\xc3\xa9Z"); // byte by byte
+    EXPECT_EQ(LowerCase("A\xc3\x89Z"), "a\xc3\x89z");
+    EXPECT_EQ(UpperCase(nullptr) + LowerCase(nullptr) + LocaleUpperCase(nullptr), "");
+}
+
+} // namespace
