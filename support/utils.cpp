@@ -283,21 +283,23 @@ std::string LocaleChangeCase(const char *text, bool upper)
     if (original.empty())
         return {};
 
+    // Both conversions keep their state in a variable of ours, which makes them safe in any thread.
     constexpr auto FAILED = static_cast<std::size_t>(-1);
     Scratch<wchar_t> wide(original.size() + 1);
     std::mbstate_t reading{};
+    // NOLINTNEXTLINE(concurrency-mt-unsafe)
     const std::size_t count = std::mbsrtowcs(wide.data(), &text, wide.size(), &reading);
     if (count == FAILED)
         return std::string(original);
 
-    std::transform(wide.data(), wide.data() + count, wide.data(), [upper](wchar_t c) {
-        const auto character = static_cast<std::wint_t>(c);
-        return static_cast<wchar_t>(upper ? std::towupper(character) : std::towlower(character));
+    std::transform(wide.data(), wide.data() + count, wide.data(), [upper](std::wint_t c) {
+        return static_cast<wchar_t>(upper ? std::towupper(c) : std::towlower(c));
     });
 
     Scratch<char> narrow(original.size() + 1);
     const wchar_t *source = wide.data();
     std::mbstate_t writing{};
+    // NOLINTNEXTLINE(concurrency-mt-unsafe)
     const std::size_t length = std::wcsrtombs(narrow.data(), &source, narrow.size(), &writing);
     const bool whole = length != FAILED && (source == nullptr || *source == L'\0');
     return whole ? std::string(narrow.data(), length) : std::string(original);

@@ -94,58 +94,40 @@ Flags sorted(Flags flags)
     return flags;
 }
 
+// A line a byte of the capability, failure and state records, a name a bit from the least
+// significant one; "-" is a bit without a meaning, "calibrated" the one that is inverted.
+constexpr const char *BITS = R"(
+    caps.hasFamily caps.hasModel caps.hasVInput caps.hasVOutput caps.hasIOutput caps.hasPOutput caps.hasFOutput caps.hasVBattery
+    caps.hasTemperature caps.hasCBattery caps.hasVersion caps.hasICBattery caps.hasShutdownTimer caps.hasPowerOnTimer caps.hasPowerOffTimer caps.hasNominalVBattery
+    caps.hasNominalVInput caps.hasNominalPOutput caps.hasNominalVOutput caps.hasManualShutdown caps.hasProgPowerOff caps.hasProgPowerOn caps.hasSetICBattery caps.hasSampVInput
+    caps.hasSampVOutput caps.hasSampIOutput - - - - - -
+    failures.overTemp failures.internal failures.endBattery failures.overLoad failures.shortCircuit failures.abnormalVOutput failures.abnormalVBattery failures.inverter
+    failures.lowVInput failures.highPOutput failures.tiristor - - - - -
+    status.connected status.opBattery status.opStandby status.opWarning status.opStartup status.lowFInput status.highFInput status.noSyncInput
+    status.syncInput status.lowVInput status.highVInput status.noVInput status.lowBattery status.noiseInput status.maxBattery status.shutdownTimerActive
+    status.remoteControlActive calibrated status.opCheckup failures.fan status.noBattery status.oldBattery status.highPOutput status.moreBattery
+    status.lessBattery - - - - - - -
+)";
+
 TEST(Translation, EveryBitReachesItsKey)
 {
-    // A row a byte, a name a bit from the least significant one; "-" is a bit without a meaning.
-    const struct
-    {
-        std::uint8_t *(*byte)(Report &);
-        const char *bits;
-    } rows[] = {
-        { [](Report &r) { return &r.caps.bytes[0]; },
-          "caps.hasFamily caps.hasModel caps.hasVInput caps.hasVOutput caps.hasIOutput "
-          "caps.hasPOutput caps.hasFOutput caps.hasVBattery" },
-        { [](Report &r) { return &r.caps.bytes[1]; },
-          "caps.hasTemperature caps.hasCBattery caps.hasVersion caps.hasICBattery "
-          "caps.hasShutdownTimer caps.hasPowerOnTimer caps.hasPowerOffTimer "
-          "caps.hasNominalVBattery" },
-        { [](Report &r) { return &r.caps.bytes[2]; },
-          "caps.hasNominalVInput caps.hasNominalPOutput caps.hasNominalVOutput "
-          "caps.hasManualShutdown caps.hasProgPowerOff caps.hasProgPowerOn caps.hasSetICBattery "
-          "caps.hasSampVInput" },
-        { [](Report &r) { return &r.caps.bytes[3]; },
-          "caps.hasSampVOutput caps.hasSampIOutput - - - - - -" },
-        { [](Report &r) { return &r.failures.bytes[0]; },
-          "failures.overTemp failures.internal failures.endBattery failures.overLoad "
-          "failures.shortCircuit failures.abnormalVOutput failures.abnormalVBattery "
-          "failures.inverter" },
-        { [](Report &r) { return &r.failures.bytes[1]; },
-          "failures.lowVInput failures.highPOutput failures.tiristor - - - - -" },
-        { [](Report &r) { return &r.state.bytes[0]; },
-          "status.connected status.opBattery status.opStandby status.opWarning status.opStartup "
-          "status.lowFInput status.highFInput status.noSyncInput" },
-        { [](Report &r) { return &r.state.bytes[1]; },
-          "status.syncInput status.lowVInput status.highVInput status.noVInput status.lowBattery "
-          "status.noiseInput status.maxBattery status.shutdownTimerActive" },
-        { [](Report &r) { return &r.state.bytes[2]; },
-          "status.remoteControlActive calibrated status.opCheckup failures.fan status.noBattery "
-          "status.oldBattery status.highPOutput status.moreBattery" },
-        { [](Report &r) { return &r.state.bytes[3]; }, "status.lessBattery - - - - - - -" },
-    };
-    for (const auto &row : rows) {
-        std::istringstream names(row.bits);
-        for (unsigned int bit = 0; bit < 8; ++bit) {
-            std::string name;
-            names >> name;
-            Report report;
-            *row.byte(report) = static_cast<std::uint8_t>(1U << bit);
-            Flags expected{ "status.noCalibrated" };
-            if (name == "calibrated")
-                expected.clear();
-            else if (name != "-")
-                expected.push_back(name);
-            EXPECT_EQ(setFlags(report.device()), sorted(expected)) << name << " bit " << bit;
-        }
+    std::istringstream names(BITS);
+    for (std::size_t i = 0; i < 80; ++i) {
+        std::array<std::uint8_t, 10> bytes{};
+        bytes[i / 8] = static_cast<std::uint8_t>(1U << (i % 8));
+        Report report;
+        std::memcpy(&report.caps, bytes.data(), 4);
+        std::memcpy(&report.failures, bytes.data() + 4, 2);
+        std::memcpy(&report.state, bytes.data() + 6, 4);
+
+        std::string name;
+        names >> name;
+        Flags expected{ "status.noCalibrated" };
+        if (name == "calibrated")
+            expected.clear();
+        else if (name != "-")
+            expected.push_back(name);
+        EXPECT_EQ(setFlags(report.device()), sorted(expected)) << name << " bit " << i;
     }
 }
 
@@ -246,12 +228,10 @@ TEST(Translation, VersionHasTwoDigitsAndAPoint)
 
 TEST(Translation, CauseDecidesWhetherTheCountdownRuns)
 {
-    for (const auto &[cause, active] :
-         { std::pair{ LONG_MIN, 0 }, { -1L, 0 }, { 0L, 1 }, { 9L, 1 } }) {
+    for (const long cause : { LONG_MIN, -1L, 0L, 9L }) {
         Report report;
         report.cause = cause;
-        EXPECT_EQ(report.device().getRegressiveCounter().getActive(), active) << cause;
-        EXPECT_EQ(report.device().getRegressiveCounter().getCause(), static_cast<int>(cause));
+        EXPECT_EQ(report.device().getRegressiveCounter().getActive(), cause < 0 ? 0 : 1) << cause;
     }
 }
 
