@@ -42,7 +42,7 @@ void copyText(char (&field)[Size], std::string_view text)
     std::copy_n(text.begin(), std::min(text.size(), Size), field);
 }
 
-Computer sampleComputer()
+QJsonObject computerBody()
 {
     pelorin_version_info info{};
     copyText(info.version, "6.3.0");
@@ -50,14 +50,18 @@ Computer sampleComputer()
     Computer computer;
     computer.setId(QStringLiteral("pc1"));
     Pel6Translator::translate(computer, &info);
-    return computer;
+
+    QJsonObject body = computer.toJson();
+    body.remove(QLatin1String("name")); // as the request leaves it out
+    return body;
 }
 
 DeviceStatus sampleDevice()
 {
     const nb_capabilities caps{ { 0xff, 0xff, 0x87, 0x03 } };
     const nb_falha_flags failures{};
-    const nb_estado_flags state{ { 0x03, 0x08, 0x02, 0x00 } }; // connected, on battery, no input
+    const nb_estado_flags state{ { 0x03, 0x08, 0x02,
+                                   0x00 } }; // connected, on battery, no input, calibrated
 
     nb_variaveis vars{};
     vars.family = 10;
@@ -94,8 +98,7 @@ DeviceStatus sampleDevice()
 
 int main()
 {
-    print("The computer (id and name as held; the request writes them anew):",
-          sampleComputer().toJson());
+    print("The computer:", computerBody());
     print("The UPS:", sampleDevice().toJson());
     return 0;
 }

@@ -3,9 +3,7 @@
 
 #include "model/fields.h"
 
-class QJsonObject;
-
-// In the order of the wire format's table.
+// A row a field; the keys are the wire format.
 #define PELCLOUD_CAPABILITIES_FIELDS(FIELD) \
     FIELD(int, HasFamily, "hasFamily") \
     FIELD(int, HasModel, "hasModel") \
@@ -40,8 +38,6 @@ class QJsonObject;
 /**
  * Which measurements and functions a UPS offers. Flags hold 0 or 1 and are always present, as
  * numbers. The "IC" of two keys is "Ic" in their accessors.
- * A plain value: copies share nothing that a change would show through. Not safe for use by two
- * threads at once.
  */
 class Capabilities
 {

@@ -5,9 +5,7 @@
 
 #include <QString>
 
-class QJsonObject;
-
-// In the order of the wire format's table.
+// A row a field; the keys are the wire format.
 #define PELCLOUD_COMPUTER_FIELDS(FIELD) \
     FIELD(QString, Id, "id") \
     FIELD(QString, Name, "name") \
@@ -17,8 +15,6 @@ class QJsonObject;
 /**
  * The identity of the monitored computer, sent once for every report. All four keys are always
  * present; a field that was never set is an empty string.
- * A plain value: copies share nothing that a change would show through. Not safe for use by two
- * threads at once.
  */
 class Computer
 {

@@ -8,9 +8,7 @@
 #include "model/status.h"
 #include "model/variables.h"
 
-class QJsonObject;
-
-// In the order of the wire format's table.
+// A row a field; the keys are the wire format.
 #define PELCLOUD_DEVICE_STATUS_FIELDS(FIELD) \
     FIELD(Capabilities, Caps, "caps") \
     FIELD(Variables, Vars, "vars") \
@@ -22,8 +20,6 @@ class QJsonObject;
 /**
  * One UPS at one moment. All six keys are always present; the five records nest as objects.
  * fullDischargeRequired is 0 or 1, or -1 while it is not known.
- * A plain value: copies share nothing that a change would show through. Not safe for use by two
- * threads at once.
  */
 class DeviceStatus
 {

@@ -3,9 +3,7 @@
 
 #include "model/fields.h"
 
-class QJsonObject;
-
-// In the order of the wire format's table.
+// A row a field; the keys are the wire format.
 #define PELCLOUD_FAILURES_FIELDS(FIELD) \
     FIELD(int, OverTemp, "overTemp") \
     FIELD(int, Internal, "internal") \
@@ -23,8 +21,6 @@ class QJsonObject;
 /**
  * The failures that a UPS reports. Flags hold 0 or 1 and are always present, as numbers. The
  * cloud knows the thyristor as "tiristor".
- * A plain value: copies share nothing that a change would show through. Not safe for use by two
- * threads at once.
  */
 class Failures
 {

@@ -23,6 +23,9 @@
  * and the macros below turn the rows into declarations: getter and setter, member, table row.
  * Behaviour is written once, for every record, over the table. Stem and key are both literal,
  * since neither follows from the other and both must be found by a text search.
+ *
+ * Every record is a plain value: a change of a copy does not show in the original. A record is for
+ * one thread at a time.
  */
 
 /** Numbers travel by value, everything else by constant reference. */

@@ -11,8 +11,8 @@ class DeviceStatus;
  * may be called from any thread.
  *
  * Pointers need no alignment, and no byte is read beyond 4, 2, 4 and 900 bytes for the records of
- * a state, and beyond the NUL of the operating-system text for a version. Texts are taken as
- * Latin-1, of which the suite's ASCII is a part, so that every byte gives a valid character.
+ * a state, and beyond the NUL of the operating-system text for a version, which is cut where the
+ * declared record ends. Texts are taken as Latin-1, of which the suite's ASCII is a part, so that every byte gives a valid character.
  * Values are taken as they come, without range checks. When any pointer is null, the target stays
  * as it is; no error is reported.
  */

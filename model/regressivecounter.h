@@ -3,9 +3,7 @@
 
 #include "model/fields.h"
 
-class QJsonObject;
-
-// In the order of the wire format's table.
+// A row a field; the keys are the wire format.
 #define PELCLOUD_REGRESSIVE_COUNTER_FIELDS(FIELD) \
     FIELD(int, Active, "active") \
     FIELD(int, Value, "value") \
@@ -14,8 +12,6 @@ class QJsonObject;
 /**
  * The shutdown count-down of a UPS: active is 1 while it runs, value is what remains of it as the
  * suite counts, cause is the suite's code (negative when none runs). Always present.
- * A plain value: copies share nothing that a change would show through. Not safe for use by two
- * threads at once.
  */
 class RegressiveCounter
 {

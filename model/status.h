@@ -3,9 +3,7 @@
 
 #include "model/fields.h"
 
-class QJsonObject;
-
-// In the order of the wire format's table.
+// A row a field; the keys are the wire format.
 #define PELCLOUD_STATUS_FIELDS(FIELD) \
     FIELD(int, Connected, "connected") \
     FIELD(int, OpStartup, "opStartup") \
@@ -34,8 +32,6 @@ class QJsonObject;
 
 /**
  * The operating state of a UPS. Flags hold 0 or 1 and are always present, as numbers.
- * A plain value: copies share nothing that a change would show through. Not safe for use by two
- * threads at once.
  */
 class Status
 {

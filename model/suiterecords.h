@@ -76,7 +76,7 @@ struct nb_variaveis // variables
 struct pelorin_version_info
 {
     char version[7];
-    char os[4096 - 7]; // its true width is the library's secret; no text comes near this one
+    char os[4096 - 7]; // to its NUL; the width is a bound for a library that forgets it
 };
 
 } // extern "C"

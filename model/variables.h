@@ -6,9 +6,7 @@
 #include <QString>
 #include <QVector>
 
-class QJsonObject;
-
-// In the order of the wire format's table.
+// A row a field; the keys are the wire format.
 #define PELCLOUD_VARIABLES_FIELDS(FIELD) \
     FIELD(int, Family, "family", -1) \
     FIELD(int, Model, "model", -1) \
@@ -41,8 +39,6 @@ class QJsonObject;
  * a waveform. -1 marks an unknown family or model. A sample sequence is left out while it is empty;
  * every other key is always present, whether or not the UPS has the capability: the receiver pairs
  * them by name.
- * A plain value: copies share nothing that a change would show through. Not safe for use by two
- * threads at once.
  */
 class Variables
 {

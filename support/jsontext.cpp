@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstring>
 #include <string_view>
+#include <utility>
 
 #include <QJsonArray>
 #include <QJsonObject>
@@ -90,7 +91,7 @@ void putAscii(Output &out, char16_t unit)
         out.put(static_cast<char>(unit));
         return;
     }
-    const std::size_t at = unit == 0 ? ESCAPED.npos : ESCAPED.find(static_cast<char>(unit));
+    const std::size_t at = ESCAPED.find(static_cast<char>(unit));
     if (at == ESCAPED.npos) {
         putUnicodeEscape(out, unit);
     } else {
@@ -154,8 +155,9 @@ void writeNumber(Output &out, double value)
         return;
     }
     const int whole = std::fabs(value) < SIX_DIGIT_LIMIT ? static_cast<int>(value) : 0;
-    if (whole == value && !(whole == 0 && std::signbit(value))) {
-        // Most numbers of a report are flags and samples: the same digits, found sooner.
+    if (whole == value) {
+        // Most numbers of a report are flags and samples: the same digits, found sooner. A zero
+        // has no sign here, for the JSON classes do not keep it.
         out.writeNumber(
                 [whole](char *first, char *last) { return std::to_chars(first, last, whole).ptr; });
         return;
@@ -189,7 +191,7 @@ void writeItems(Output &out, const Container &items, std::string_view brackets, 
 void writeObject(Output &out, const QJsonObject &object, int level)
 {
     writeItems(out, object, "{}", level, [&out, level](const QJsonObject::const_iterator &member) {
-        writeString(out, member.key());
+        writeString(out, member.key()); // a copy; the class offers no look at the key itself
         out.write(": ");
         writeValue(out, *member, level + 1);
     });

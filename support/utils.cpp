@@ -4,7 +4,6 @@
 #include <array>
 #include <cctype>
 #include <charconv>
-#include <clocale>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
@@ -18,6 +17,9 @@
 namespace {
 
 constexpr std::string_view BLANKS = " \n\t\r";
+
+/** A bound on widths and precisions that only a broken caller reaches. */
+constexpr unsigned int MAX_DIGITS = 4096;
 
 std::string_view view(const char *text)
 {
@@ -35,12 +37,13 @@ bool isDigit(char c)
 }
 
 /** Pads on the left, but behind a sign. */
-std::string padded(std::string_view number, std::size_t width, char fill)
+std::string padded(std::string_view number, unsigned int width, char fill)
 {
+    const std::size_t minimum = std::min(width, MAX_DIGITS);
     std::string result(number);
-    if (number.size() < width) {
-        const std::size_t at = isSign(number.front()) ? 1 : 0;
-        result.insert(at, width - number.size(), fill);
+    if (number.size() < minimum) {
+        const std::size_t at = !number.empty() && isSign(number.front()) ? 1 : 0;
+        result.insert(at, minimum - number.size(), fill);
     }
     return result;
 }
@@ -138,9 +141,8 @@ std::string UIntToStr(unsigned long value, unsigned int width, char fill)
 
 std::string FloatToStr(double value, int width, unsigned int precision, char fill)
 {
-    constexpr unsigned int MAX_PRECISION = 4096;
-    const int digits = static_cast<int>(std::min(precision, MAX_PRECISION));
-    const std::size_t minimum = width > 0 ? static_cast<std::size_t>(width) : 0;
+    const int digits = static_cast<int>(std::min(precision, MAX_DIGITS));
+    const unsigned int minimum = width > 0 ? static_cast<unsigned int>(width) : 0;
 
     const ClassicLocaleScope classic;
     std::array<char, 64> few{};
@@ -303,6 +305,11 @@ std::string LocaleChangeCase(const char *text, bool upper)
     const std::size_t length = std::wcsrtombs(narrow.data(), &source, narrow.size(), &writing);
     const bool whole = length != FAILED && (source == nullptr || *source == L'\0');
     return whole ? std::string(narrow.data(), length) : std::string(original);
+}
+
+std::string LocaleChangeCase(const std::string &text, bool upper)
+{
+    return LocaleChangeCase(text.c_str(), upper);
 }
 
 std::string LocaleUpperCase(const char *text)

@@ -8,13 +8,15 @@
  *
  * None of them reports an error: what cannot be read gives the caller's default, what cannot be
  * folded stays as it is, and a null text counts as empty. Text is read up to its first NUL, also
- * in the std::string overloads. All may be called from any thread at any time.
+ * in the std::string overloads. All may be called from any thread; only a change of the process's
+ * locale must not come at the same time.
  *
  * Numbers are always those of the classic C locale: a decimal point, no digit grouping, whatever
  * locale the process runs under. Only the case functions look at the process's locale.
  */
 
-// Number to text. `width` is a minimum, filled with `fill` between the sign and the digits.
+// Number to text. `width` is a minimum, filled with `fill` between the sign and the digits; more
+// than 4096 count as 4096.
 
 [[nodiscard]] std::string IntToStr(long value, unsigned int width, char fill);
 [[nodiscard]] std::string UIntToStr(unsigned long value, unsigned int width, char fill);
@@ -22,7 +24,7 @@
 /**
  * `precision` significant digits in general notation, with the decimal point always shown: the
  * C conversion %#.Ng. With 2 digits 1.5 gives "1.5", 12.0 gives "12." and 100.0 gives "1.0e+02".
- * Like there, no digits count as one; more than 4096 count as 4096.
+ * Like there, no digits count as one. More than 4096 count as 4096.
  */
 [[nodiscard]] std::string FloatToStr(double value, int width, unsigned int precision, char fill);
 
@@ -68,9 +70,10 @@
 
 /**
  * Case, character by character, in the encoding of the process's C locale. Text that is not valid
- * in that encoding, or that would grow beyond its own length, is returned unchanged.
+ * in that encoding, or that would grow by more than a byte, is returned unchanged.
  */
 [[nodiscard]] std::string LocaleChangeCase(const char *text, bool upper);
+[[nodiscard]] std::string LocaleChangeCase(const std::string &text, bool upper);
 [[nodiscard]] std::string LocaleUpperCase(const char *text);
 [[nodiscard]] std::string LocaleUpperCase(const std::string &text);
 [[nodiscard]] std::string LocaleLowerCase(const char *text);

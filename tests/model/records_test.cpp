@@ -5,7 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include <array>
 #include <type_traits>
 
 #include <QJsonObject>
@@ -104,6 +103,13 @@ DeviceStatus distinctDevice()
     device.setFullDischargeRequired(404);
     return device;
 }
+
+template <class... Records>
+constexpr bool arePolymorphicValues = ((
+        std::has_virtual_destructor_v<
+                Records> && std::is_copy_constructible_v<Records> && std::is_copy_assignable_v<Records>)&&...);
+static_assert(arePolymorphicValues<Computer, DeviceStatus, Capabilities, Status, Failures,
+                                   RegressiveCounter, Variables>);
 
 TEST(Records, DefaultsMatchTheirGoldenText)
 {

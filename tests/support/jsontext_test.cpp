@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstdio>
 #include <limits>
+#include <locale>
 #include <random>
 
 #include <QJsonArray>
@@ -77,6 +78,7 @@ TEST(JsonText, LaysOutAsQtDoes)
 
 TEST(JsonText, WritesNumbersWithSixDigits)
 {
+    const auto previous = std::locale::global(std::locale("de_DE.UTF-8")); // with a decimal comma
     const struct
     {
         double number;
@@ -103,6 +105,7 @@ TEST(JsonText, WritesNumbersWithSixDigits)
     };
     for (const auto &row : rows)
         EXPECT_EQ(numberText(row.number), row.text);
+    std::locale::global(previous);
 }
 
 TEST(JsonText, WritesNumbersAsPrintfDoes)
