@@ -18,14 +18,17 @@ function(pelcloud_configure_target target)
   endif()
 endfunction()
 
-# pelcloud_add_test(NAME SOURCES... [LIBRARIES lib...]): a GoogleTest program whose cases ctest runs one by one.
+# pelcloud_add_test(NAME SOURCES... [LIBRARIES lib...] [PREFIX text]): a GoogleTest program whose cases ctest runs
+# one by one, their names behind the prefix. Every secret that a test makes up holds the word s3cr3t, which no output
+# of any test may show.
 function(pelcloud_add_test name)
-  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LIBRARIES")
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "PREFIX" "SOURCES;LIBRARIES")
   add_executable(${name} ${arg_SOURCES})
   pelcloud_configure_target(${name})
   target_link_libraries(${name} PRIVATE pelcloud_core GTest::gtest_main ${arg_LIBRARIES})
   target_compile_definitions(${name} PRIVATE PELCLOUD_GOLDEN_DIR="${PROJECT_SOURCE_DIR}/tests/golden")
-  gtest_discover_tests(${name} PROPERTIES TIMEOUT 120)
+  gtest_discover_tests(${name} TEST_PREFIX "${arg_PREFIX}"
+    PROPERTIES TIMEOUT 120 FAIL_REGULAR_EXPRESSION "s3cr3t")
   foreach(source IN LISTS arg_SOURCES)
     cmake_path(ABSOLUTE_PATH source)
     set_property(GLOBAL APPEND PROPERTY PELCLOUD_TEST_SOURCES "${source}")

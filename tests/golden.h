@@ -5,11 +5,21 @@
 #include <iterator>
 #include <string>
 
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+
 /** The text of a file of tests/golden, typed by hand; empty when there is no such file. */
 inline std::string golden(const std::string &name)
 {
     std::ifstream file(std::string(PELCLOUD_GOLDEN_DIR "/") + name, std::ios::binary);
     return { std::istreambuf_iterator<char>(file), {} };
+}
+
+/** The rows of such a file that holds a table. */
+inline QJsonArray goldenRows(const std::string &name)
+{
+    return QJsonDocument::fromJson(golden(name).c_str()).array();
 }
 
 #endif

@@ -1,0 +1,279 @@
+#include "http/httpclient.h"
+
+#include "http/httprequest.h"
+#include "support/version.h"
+
+#include <algorithm>
+#include <concepts>
+#include <csignal>
+#include <cstring>
+#include <ctime>
+#include <limits>
+#include <mutex>
+#include <new>
+
+#include <QByteArray>
+#include <QString>
+
+namespace {
+
+constexpr bool VERIFY_TLS = PELCLOUD_VERIFY_TLS;
+constexpr char USER_AGENT[] = "pelcloud/" PELCLOUD_VERSION;
+
+// Slower than this, in bytes a second, a transfer stands still.
+constexpr long STANDSTILL = 1;
+
+// Not every libcurl guards its own count of users.
+std::mutex libraryMutex;
+
+struct FreeHeaders
+{
+    void operator()(curl_slist *list) const noexcept { curl_slist_free_all(list); }
+};
+using HeaderList = std::unique_ptr<curl_slist, FreeHeaders>;
+
+/** Sets options of a handle one after the other; after one has failed, no further one. */
+class Options
+{
+public:
+    explicit Options(CURL *handle)
+        : m_handle(handle)
+    {}
+    // libcurl takes its arguments untyped and reads a long where it wants a number.
+    template <class Value>
+    requires(!std::integral<Value> || sizeof(Value) == sizeof(long)) Options &set(CURLoption option,
+                                                                                  Value value)
+    {
+        if (m_result == CURLE_OK)
+            m_result = curl_easy_setopt(m_handle, option, value);
+        return *this;
+    }
+    [[nodiscard]] CURLcode result() const { return m_result; }
+
+private:
+    CURL *m_handle;
+    CURLcode m_result = CURLE_OK;
+};
+
+/**
+ * Keeps a SIGPIPE that the calling thread earns while this lives from being delivered. Writing to
+ * a connection that the peer has closed raises it, inside the TLS library at least; libcurl itself
+ * could only change the handler of the whole process, which is not ours.
+ */
+class SigPipeShield
+{
+public:
+    SigPipeShield()
+    {
+        sigemptyset(&m_pipe);
+        sigaddset(&m_pipe, SIGPIPE);
+        m_wasPending = isPending();
+        pthread_sigmask(SIG_BLOCK, &m_pipe, &m_previous);
+    }
+    ~SigPipeShield()
+    {
+        constexpr timespec AT_ONCE{};
+        if (!m_wasPending && isPending())
+            sigtimedwait(&m_pipe, nullptr, &AT_ONCE);
+        pthread_sigmask(SIG_SETMASK, &m_previous, nullptr);
+    }
+    SigPipeShield(const SigPipeShield &) = delete;
+    SigPipeShield &operator=(const SigPipeShield &) = delete;
+
+private:
+    static bool isPending()
+    {
+        sigset_t pending;
+        sigemptyset(&pending);
+        sigpending(&pending);
+        return sigismember(&pending, SIGPIPE) == 1;
+    }
+
+    sigset_t m_pipe{};
+    sigset_t m_previous{};
+    bool m_wasPending = false;
+};
+
+} // namespace
+
+struct HttpClient::Method
+{
+    enum class Body { None, Fields, Upload };
+
+    long upload;
+    CURLoption option;
+    Body body;
+};
+
+void *(*HttpClient::s_reallocate)(void *, std::size_t) = std::realloc;
+
+HttpClient::Library::Library()
+{
+    const std::lock_guard lock(libraryMutex);
+    m_isUsable = curl_global_init(CURL_GLOBAL_ALL) == CURLE_OK;
+}
+
+HttpClient::Library::~Library()
+{
+    const std::lock_guard lock(libraryMutex);
+    if (m_isUsable)
+        curl_global_cleanup();
+}
+
+HttpClient::HttpClient()
+    : m_handle(m_library.isUsable() ? curl_easy_init() : nullptr)
+{
+    if (!m_handle)
+        return;
+    const CURLcode result = Options(m_handle.get())
+                                    .set(CURLOPT_SSL_VERIFYPEER, VERIFY_TLS ? 1L : 0L)
+                                    .set(CURLOPT_SSL_VERIFYHOST, VERIFY_TLS ? 2L : 0L)
+                                    .set(CURLOPT_WRITEFUNCTION, &writer)
+                                    .set(CURLOPT_WRITEDATA, &m_response)
+                                    .set(CURLOPT_READFUNCTION, &reader)
+                                    .set(CURLOPT_READDATA, &m_upload)
+                                    .set(CURLOPT_USERAGENT, USER_AGENT)
+                                    .set(CURLOPT_NOSIGNAL, 1L)
+                                    .result();
+    if (result != CURLE_OK)
+        m_handle.reset();
+}
+
+HttpClient::~HttpClient()
+{
+    const SigPipeShield shield; // connections say good-bye
+    m_handle.reset();
+}
+
+QByteArray *HttpClient::get(const HttpRequest &request)
+{
+    return exchange({ 0, CURLOPT_HTTPGET, Method::Body::None }, request, {});
+}
+
+QByteArray *HttpClient::post(const HttpRequest &request, const QByteArray &data)
+{
+    return exchange({ 0, CURLOPT_POST, Method::Body::Fields }, request, data);
+}
+
+QByteArray *HttpClient::put(const HttpRequest &request, const QByteArray &data)
+{
+// CURLOPT_UPLOAD alone would do for a libcurl of today.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+    return exchange({ 1, CURLOPT_PUT, Method::Body::Upload }, request, data);
+#pragma GCC diagnostic pop
+}
+
+QByteArray *HttpClient::del([[maybe_unused]] const HttpRequest &request)
+{
+    return nullptr;
+}
+
+/** The one place where libcurl's results become ours: a body or null. */
+QByteArray *HttpClient::exchange(const Method &method, const HttpRequest &request,
+                                 const QByteArray &data)
+{
+    m_response.bytes.reset(static_cast<char *>(std::calloc(1, 1)));
+    QByteArray *body = nullptr;
+    if (m_response.bytes && m_handle) {
+        try {
+            m_lastResult = transfer(method, request, data);
+            if (m_lastResult == CURLE_OK)
+                body = new QByteArray(m_response.bytes.get(), qsizetype(m_response.size));
+        } catch (const std::bad_alloc &) {
+            m_lastResult = CURLE_OUT_OF_MEMORY;
+        }
+    }
+    m_response = {};
+    return body;
+}
+
+CURLcode HttpClient::transfer(const Method &method, const HttpRequest &request,
+                              const QByteArray &data)
+{
+    const QByteArray url = request.url().toLatin1();
+    curl_slist *list = nullptr;
+    if (!setHeaders(&list, request))
+        return CURLE_OUT_OF_MEMORY;
+    const HeaderList headers(list);
+
+    Options options(m_handle.get());
+    options.set(CURLOPT_UPLOAD, method.upload)
+            .set(method.option, 1L)
+            .set(CURLOPT_URL, url.constData())
+            .set(CURLOPT_HTTPHEADER, headers.get());
+    if (method.body == Method::Body::Fields) {
+        options.set(CURLOPT_POSTFIELDS, data.constData())
+                .set(CURLOPT_POSTFIELDSIZE, static_cast<long>(data.size()));
+    } else if (method.body == Method::Body::Upload) {
+        m_upload = { data.constData(), static_cast<std::size_t>(data.size()) };
+        options.set(CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(data.size()));
+    }
+    options.set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(m_timeout))
+            .set(CURLOPT_LOW_SPEED_LIMIT, STANDSTILL)
+            .set(CURLOPT_LOW_SPEED_TIME,
+                 static_cast<long>(std::max<std::int64_t>(1, m_timeout / 1000)));
+
+    CURLcode result = options.result();
+    if (result == CURLE_OK) {
+        const SigPipeShield shield;
+        result = curl_easy_perform(m_handle.get());
+    }
+
+    // Headers and data end with this call; a handle that cannot let go of them is not used again.
+    m_upload = {};
+    Options letGo(m_handle.get());
+    letGo.set(CURLOPT_HTTPHEADER, nullptr).set(CURLOPT_POSTFIELDS, nullptr);
+    if (letGo.result() != CURLE_OK)
+        m_handle.reset();
+    return result;
+}
+
+std::size_t HttpClient::reader(void *ptr, std::size_t size, std::size_t nmemb,
+                               void *userdata) noexcept
+{
+    auto &source = *static_cast<UploadSource *>(userdata);
+    const std::size_t count = std::min(size * nmemb, source.left);
+    if (count > 0) {
+        std::memcpy(ptr, source.next, count);
+        source.next += count;
+        source.left -= count;
+    }
+    return count;
+}
+
+std::size_t HttpClient::writer(void *ptr, std::size_t size, std::size_t nmemb,
+                               void *userdata) noexcept
+{
+    auto &buffer = *static_cast<ResponseBuffer *>(userdata);
+    const std::size_t room = std::numeric_limits<std::size_t>::max() - buffer.size - 1;
+    if (nmemb != 0 && size > room / nmemb)
+        return 0;
+    const std::size_t count = size * nmemb;
+    void *grown = s_reallocate(buffer.bytes.get(), buffer.size + count + 1);
+    if (grown == nullptr)
+        return 0;
+    static_cast<void>(buffer.bytes.release()); // went into `grown`
+    buffer.bytes.reset(static_cast<char *>(grown));
+    if (count > 0)
+        std::memcpy(buffer.bytes.get() + buffer.size, ptr, count);
+    buffer.size += count;
+    buffer.bytes.get()[buffer.size] = '\0';
+    return count;
+}
+
+bool HttpClient::setHeaders(curl_slist **list, const HttpRequest &request)
+{
+    *list = nullptr;
+    HeaderList headers;
+    for (const QByteArray &name : request.rawHeaderList()) {
+        const QByteArray line = name + ": " + request.rawHeader(name);
+        curl_slist *longer = curl_slist_append(headers.get(), line.constData());
+        if (longer == nullptr)
+            return false;
+        static_cast<void>(headers.release()); // went into `longer`
+        headers.reset(longer);
+    }
+    *list = headers.release();
+    return true;
+}
