@@ -1,0 +1,189 @@
+#include "auth/gauth.h"
+
+#include "http/httprequest.h"
+
+#include <algorithm>
+#include <cmath>
+#include <exception>
+#include <initializer_list>
+#include <limits>
+#include <memory>
+
+#include <QByteArray>
+#include <QDateTime>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QJsonValue>
+#include <QLatin1String>
+#include <QUrl>
+
+namespace {
+
+constexpr char DEVICE_GRANT_TYPE[] = "http://oauth.net/grant_type/device/1.0";
+constexpr char REFRESH_GRANT_TYPE[] = "refresh_token";
+constexpr QLatin1String INTERVAL("interval");
+
+/** Truncated toward zero and held at the limits of 32 bits; 0 for what is not a number. */
+int saturated(double value)
+{
+    using Limits = std::numeric_limits<int>;
+    if (std::isnan(value))
+        return 0;
+    return static_cast<int>(std::clamp<double>(value, Limits::min(), Limits::max()));
+}
+
+struct FormField
+{
+    const char *name;
+    QString value;
+};
+
+/**
+ * Values are encoded down to letters, digits and "-._~", so that decoders agree on them, whether
+ * or not they take "+" for a blank.
+ */
+QByteArray formBody(std::initializer_list<FormField> fields)
+{
+    QByteArray body;
+    for (const FormField &field : fields) {
+        if (!body.isEmpty())
+            body += '&';
+        body += field.name;
+        body += '=';
+        body += QUrl::toPercentEncoding(field.value);
+    }
+    return body;
+}
+
+int errorResult(const QString &word)
+{
+    constexpr struct
+    {
+        const char *word;
+        GoogleAuth::Result result;
+    } ROWS[] = {
+        { "authorization_pending", GoogleAuth::AuthorizationPending },
+        { "slow_down", GoogleAuth::SlowDown },
+        { "expired_token", GoogleAuth::ExpiredToken },
+    };
+    for (const auto &row : ROWS) {
+        if (word == QLatin1String(row.word))
+            return row.result;
+    }
+    return GoogleAuth::OtherError;
+}
+
+/** Gives the token what the answer holds; what it does not mention stays. */
+void apply(GoogleToken &token, const QJsonObject &answer)
+{
+    constexpr struct
+    {
+        QLatin1String key;
+        void (GoogleToken::*set)(const QString &);
+    } ROWS[] = {
+        { QLatin1String("access_token"), &GoogleToken::setAccessToken },
+        { QLatin1String("token_type"), &GoogleToken::setTokenType },
+        { QLatin1String("refresh_token"), &GoogleToken::setRefreshToken },
+    };
+    for (const auto &row : ROWS) {
+        if (answer.contains(row.key))
+            (token.*row.set)(answer[row.key].toString());
+    }
+    constexpr QLatin1String EXPIRES_IN("expires_in");
+    if (answer.contains(EXPIRES_IN))
+        token.setExpiresIn(saturated(answer[EXPIRES_IN].toDouble()));
+}
+
+} // namespace
+
+/** The persisted texts; interval is the only number beside them. */
+struct GoogleToken::Table
+{
+    struct Row
+    {
+        QLatin1String key;
+        QString GoogleToken::*field;
+    };
+    static constexpr Row TEXTS[] = {
+        { QLatin1String("home"), &GoogleToken::m_homeURI },
+        { QLatin1String("cpid"), &GoogleToken::m_computerId },
+        { QLatin1String("cid"), &GoogleToken::m_clientId },
+        { QLatin1String("csec"), &GoogleToken::m_clientSecret },
+        { QLatin1String("code"), &GoogleToken::m_deviceCode },
+        { QLatin1String("rtk"), &GoogleToken::m_refreshToken },
+    };
+};
+
+qint64 (*GoogleToken::s_currentMSecs)() = QDateTime::currentMSecsSinceEpoch;
+
+GoogleToken::GoogleToken(const QJsonObject &json)
+    : m_interval(saturated(json[INTERVAL].toDouble()))
+{
+    for (const auto &row : Table::TEXTS)
+        this->*row.field = json[row.key].toString();
+}
+
+GoogleToken::~GoogleToken() = default;
+
+QJsonObject GoogleToken::toJson() const
+{
+    QJsonObject json;
+    for (const auto &row : Table::TEXTS)
+        json.insert(row.key, this->*row.field);
+    json.insert(INTERVAL, m_interval);
+    return json;
+}
+
+bool GoogleToken::isAuthTokenExpired() const
+{
+    return m_expiresAt == 0 || getCurrentTimeInSec() >= m_expiresAt;
+}
+
+int GoogleToken::getCurrentTimeInSec() const
+{
+    return saturated(static_cast<double>(s_currentMSecs() / 1000));
+}
+
+void GoogleToken::setExpiresIn(int seconds)
+{
+    m_expiresIn = seconds;
+    m_expiresAt = saturated(static_cast<double>(getCurrentTimeInSec()) + seconds);
+}
+
+// On the heap for good: a thread may still ask for tokens while the process runs its destructors.
+QString &GoogleAuth::GOOGLE_OAUTH2_GET_TOKEN =
+        *new QString(QStringLiteral("https://www.googleapis.com/oauth2/v4/token"));
+
+GoogleAuth::~GoogleAuth() = default;
+
+int GoogleAuth::getTokenByAuthCode()
+{
+    return requestToken("code", m_token.getDeviceCode(), DEVICE_GRANT_TYPE);
+}
+
+int GoogleAuth::getTokenByRefreshToken()
+{
+    return requestToken("refresh_token", m_token.getRefreshToken(), REFRESH_GRANT_TYPE);
+}
+
+int GoogleAuth::requestToken(const char *grantName, const QString &grant, const char *grantType)
+try {
+    HttpRequest request{ QUrl(GOOGLE_OAUTH2_GET_TOKEN) };
+    request.setRawHeader("Content-Type", "application/x-www-form-urlencoded");
+    request.setRawHeader("Accept", "application/json");
+    const QByteArray form = formBody({ { "client_id", m_token.getClientId() },
+                                       { "client_secret", m_token.getClientSecret() },
+                                       { grantName, grant },
+                                       { "grant_type", QLatin1String(grantType) } });
+    const std::unique_ptr<QByteArray> body(m_client.post(request, form));
+    if (!body)
+        return NoResponse;
+    const QJsonObject answer = QJsonDocument::fromJson(*body).object();
+    const auto error = answer.find(QLatin1String("error"));
+    if (error != answer.end())
+        return errorResult(error->toString());
+    apply(m_token, answer);
+    return Ok;
+} catch (const std::exception &) {
+    return NoResponse; // out of memory before anything was stored
+}
