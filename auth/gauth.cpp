@@ -141,7 +141,8 @@ bool GoogleToken::isAuthTokenExpired() const
 
 int GoogleToken::getCurrentTimeInSec() const
 {
-    return saturated(static_cast<double>(s_currentMSecs() / 1000));
+    const qint64 seconds = s_currentMSecs() / 1000;
+    return saturated(static_cast<double>(seconds));
 }
 
 void GoogleToken::setExpiresIn(int seconds)

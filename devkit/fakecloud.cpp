@@ -16,8 +16,8 @@ constexpr char TOKEN_ANSWER[] = R"({"access_token":"access","token_type":"Bearer
 bool answer(int socket, const LoopbackServer::Request &request)
 {
     const bool isToken = request.path == TOKEN_PATH;
-    const QByteArray line = request.head.left(request.head.indexOf("\r\n"));
-    std::printf("%s\n%s\n", line.constData(), isToken ? "(secret)" : request.body.constData());
+    const std::string line = request.head.substr(0, request.head.find("\r\n"));
+    std::printf("%s\n%s\n", line.c_str(), isToken ? "(secret)" : request.body.c_str());
     std::fflush(stdout);
     return LoopbackServer::reply(socket, isToken ? TOKEN_ANSWER : "{}");
 }

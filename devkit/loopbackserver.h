@@ -3,16 +3,18 @@
 
 #include <atomic>
 #include <cstddef>
+#include <cstdint>
+#include <cstdlib>
 #include <functional>
 #include <future>
 #include <mutex>
 #include <netinet/in.h>
 #include <string>
+#include <string_view>
 #include <sys/socket.h>
 #include <unistd.h>
 #include <vector>
 
-#include <QByteArray>
 #include <QString>
 #include <QUrl>
 
@@ -27,9 +29,9 @@ public:
     static constexpr std::size_t THREADS = 96;
     struct Request
     {
-        QByteArray head; // from its first line to the blank one
-        QByteArray path;
-        QByteArray body;
+        std::string head; // from its first line to the blank one
+        std::string path;
+        std::string body;
     };
     /** Answers a request on `socket`; returns whether the connection goes on. */
     using Handler = std::function<bool(int socket, const Request &request)>;
@@ -62,13 +64,13 @@ public:
 
     /** False when the port is taken. */
     [[nodiscard]] bool isBound() const { return m_isBound; }
-    [[nodiscard]] QByteArray host() const
+    [[nodiscard]] std::string host() const
     {
-        return "127.0.0.1:" + QByteArray::number(ntohs(m_address.sin_port));
+        return "127.0.0.1:" + std::to_string(ntohs(m_address.sin_port));
     }
     [[nodiscard]] QUrl url(const QString &path, const QString &scheme = "http") const
     {
-        return scheme + "://" + host() + path;
+        return scheme + "://" + QString::fromStdString(host()) + path;
     }
     /** All connections so far. */
     [[nodiscard]] int connections() const { return m_connections; }
@@ -79,16 +81,16 @@ public:
         return m_last;
     }
 
-    static bool send(int socket, const QByteArray &bytes)
+    static bool send(int socket, const std::string &bytes)
     {
-        return ::send(socket, bytes.data(), std::size_t(bytes.size()), MSG_NOSIGNAL)
-               == bytes.size();
+        return ::send(socket, bytes.data(), bytes.size(), MSG_NOSIGNAL)
+               == static_cast<ssize_t>(bytes.size());
     }
     /** An answer that holds `body`. */
-    static bool reply(int socket, const QByteArray &body, const QByteArray &status = "200 OK")
+    static bool reply(int socket, const std::string &body, const std::string &status = "200 OK")
     {
         return send(socket, "HTTP/1.1 " + status + "\r\nContent-Length: "
-                                    + QByteArray::number(body.size()) + "\r\n\r\n" + body);
+                                    + std::to_string(body.size()) + "\r\n\r\n" + body);
     }
 
 private:
@@ -111,21 +113,23 @@ private:
 
     static bool receive(int socket, Request &request)
     {
+        constexpr std::string_view LENGTH = "\r\nContent-Length: ";
         request = {};
-        for (char c = 0; !request.head.endsWith("\r\n\r\n"); request.head += c) {
+        for (char c = 0; !request.head.ends_with("\r\n\r\n"); request.head += c) {
             if (::recv(socket, &c, 1, 0) != 1)
                 return false;
         }
-        request.path = request.head.split(' ').value(1);
-        const auto length = request.head.indexOf("\r\nContent-Length: ");
-        if (length < 0)
+        const auto path = request.head.find(' ') + 1;
+        request.path = request.head.substr(path, request.head.find(' ', path) - path);
+        const auto length = request.head.find(LENGTH);
+        if (length == std::string::npos)
             return true;
-        request.body.resize(std::atoi(request.head.constData() + length + 18));
-        if (request.head.contains("\r\nExpect: 100-continue\r\n"))
+        request.body.resize(std::stoul(request.head.substr(length + LENGTH.size())));
+        if (request.head.find("\r\nExpect: 100-continue\r\n") != std::string::npos)
             send(socket, "HTTP/1.1 100 Continue\r\n\r\n");
-        const auto size = static_cast<std::size_t>(request.body.size());
+        const auto size = static_cast<ssize_t>(request.body.size());
         return size == 0
-               || ::recv(socket, request.body.data(), size, MSG_WAITALL) == request.body.size();
+               || ::recv(socket, request.body.data(), request.body.size(), MSG_WAITALL) == size;
     }
 
     Handler m_handler;

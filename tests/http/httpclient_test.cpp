@@ -18,14 +18,15 @@ struct HttpClientProbe
 
 namespace {
 
-const QByteArrayList METHODS{ "GET", "POST", "PUT" };
+const std::string METHODS[] = { "GET", "POST", "PUT" };
 
-std::string send(HttpClient &client, const QByteArray &method, const HttpRequest &request,
-                 const QByteArray &data = "data")
+std::string send(HttpClient &client, const std::string &method, const HttpRequest &request,
+                 const std::string &data = "data")
 {
+    const auto bytes = QByteArray::fromStdString(data);
     const std::unique_ptr<QByteArray> answer(method == "GET"    ? client.get(request)
-                                             : method == "POST" ? client.post(request, data)
-                                                                : client.put(request, data));
+                                             : method == "POST" ? client.post(request, bytes)
+                                                                : client.put(request, bytes));
     return answer ? answer->toStdString() : "null";
 }
 
@@ -39,27 +40,31 @@ TEST(HttpClient, KeepsTheConnectionAndNothingElse)
     const LoopbackServer server(echo);
     HttpClient client;
     std::mt19937 random(4);
+    const auto headOf = [&](const std::string &method, const std::string &number,
+                            const std::string &headers) {
+        return method + " /" + number + " HTTP/1.1\r\nHost: " + server.host()
+               + "\r\nUser-Agent: pelcloud/6.3\r\n" + headers + "\r\n";
+    };
     for (int i = 0; i < 1000; ++i) {
-        const QByteArray number = QByteArray::number(i), method = METHODS[random() % 3];
-        const QByteArray body = QByteArray("a\0b", 3).repeated(random() % 3 * 9000);
-        HttpRequest request(server.url("/" + number));
-        QByteArray head = method + " /" + number + " HTTP/1.1\r\nHost: " + server.host()
-                          + "\r\nUser-Agent: pelcloud/6.3\r\nAccept: ";
-        if (method != "POST" && random() % 2 == 0) {
-            head += "*/*\r\n";
-        } else {
-            for (const QByteArray &name :
-                 { QByteArray("Content-Type"), number, QByteArray("Accept"), number })
-                request.setRawHeader(name, request.rawHeader(name) + "v ");
-            head.insert(head.indexOf("Accept"), number + ": v v \r\n");
-            head += "v \r\nContent-Type: v \r\n";
+        const std::string &method = METHODS[random() % 3], number = std::to_string(i);
+        const std::string body(random() % 3 * 9000, char(random() % 3));
+        HttpRequest request(server.url(QString("/%1").arg(i)));
+        std::string headers = "Accept: */*\r\n";
+        if (method == "POST" || random() % 2 == 0) {
+            headers = number + ": 2\r\nAccept: a \r\nContent-Type: c\r\n";
+            request.setRawHeader("Content-Type", "c");
+            request.setRawHeader(number.c_str(), "1");
+            request.setRawHeader("Accept", "a ");
+            request.setRawHeader(number.c_str(), "2");
         }
         if (method != "GET")
-            head += "Content-Length: " + QByteArray::number(body.size()) + "\r\n";
-        EXPECT_EQ(send(client, method, request, body), method == "GET" ? "" : body.toStdString());
-        // Whether libcurl asks first is up to its version.
-        ASSERT_EQ(server.last().head.replace("Expect: 100-continue\r\n", "").toStdString(),
-                  head.toStdString() + "\r\n");
+            headers += "Content-Length: " + std::to_string(body.size()) + "\r\n";
+        EXPECT_EQ(send(client, method, request, body), method == "GET" ? "" : body);
+        std::string head = server.last().head;
+        const std::string asking = "Expect: 100-continue\r\n"; // or not, depending on libcurl
+        if (const auto at = head.find(asking); at != std::string::npos)
+            head.erase(at, asking.size());
+        ASSERT_EQ(head, headOf(method, number, headers));
     }
     EXPECT_EQ(client.del(HttpRequest(server.url("/del"))), nullptr);
     EXPECT_EQ(server.last().path, "/999");
@@ -72,14 +77,14 @@ TEST(HttpClient, Answers)
     const QJsonArray rows = goldenRows("http_answers.json");
     const LoopbackServer refusing, server([&](int socket, const LoopbackServer::Request &request) {
         for (const QJsonValue row : rows) {
-            if (row["path"].toString() != request.path)
+            if (row["path"].toString().toStdString() != request.path)
                 continue;
             const QString then = row["then"].toString();
             const bool isSlow = then == "drip";
-            LoopbackServer::send(socket, row["answer"].toString().toLatin1());
+            LoopbackServer::send(socket, row["answer"].toString().toLatin1().toStdString());
             for (int left = row["fill"].toInt(), step = isSlow ? 1 : left; left > 0; left -= step) {
                 std::this_thread::sleep_for(std::chrono::milliseconds(isSlow ? 100 : 0));
-                LoopbackServer::send(socket, QByteArray(step, 'x'));
+                LoopbackServer::send(socket, std::string(std::size_t(step), 'x'));
             }
             const linger dropped{ then == "reset", 0 };
             ::setsockopt(socket, SOL_SOCKET, SO_LINGER, &dropped, sizeof dropped);
@@ -87,21 +92,23 @@ TEST(HttpClient, Answers)
         }
         return echo(socket, request);
     });
-    const auto check = [&](const QByteArray &method, const QJsonValue &row) {
+    const auto check = [&](const std::string &method, const QJsonValue &row) {
         HttpClient client;
         HttpClientProbe::timeout(client) = 1000;
         const QUrl url = server.url(row["path"].toString(), row["scheme"].toString("http"));
         const QString address = row["url"].toString(url.toString());
-        const QByteArray body = row["body"].toString("null").toLatin1();
-        EXPECT_TRUE(send(client, method, QUrl(address), "")
-                    == (body + QByteArray(row["fill"].toInt(), 'x')).toStdString())
-                << method.data() << qPrintable(address);
+        const std::string body = row["body"].toString("null").toLatin1().toStdString()
+                                 + std::string(std::size_t(row["fill"].toInt()), 'x');
+        EXPECT_TRUE(send(client, method, QUrl(address), "") == body)
+                << method << ' ' << qPrintable(address);
         EXPECT_EQ(send(client, "PUT", server.url("/after")), "data") << qPrintable(address);
     };
     std::vector<std::future<void>> checks;
     for (const QJsonValue row : rows) {
-        for (const QByteArray &method : METHODS)
-            checks.push_back(std::async(std::launch::async, check, method, row));
+        for (const std::string &method : METHODS) {
+            if (row["only"].toString(method.c_str()).toStdString() == method)
+                checks.push_back(std::async(std::launch::async, check, method, row));
+        }
     }
     check("GET", QJsonObject{ { "url", refusing.url("/").toString() } });
 }
@@ -110,7 +117,7 @@ TEST(HttpClient, TakesProxiesFromTheEnvironment)
 {
     const LoopbackServer server(echo);
     HttpClient client;
-    ::setenv("http_proxy", server.host(), 1); // NOLINT(concurrency-mt-unsafe)
+    ::setenv("http_proxy", server.host().c_str(), 1); // NOLINT(concurrency-mt-unsafe)
     EXPECT_EQ(send(client, "PUT", QUrl("http://elsewhere.invalid/a")), "data");
     EXPECT_EQ(server.last().path, "http://elsewhere.invalid/a");
 }
@@ -131,7 +138,8 @@ TEST(HttpClient, ReaderAndWriter)
     EXPECT_EQ(send(client, "PUT", server.url("/")), "null");
     HttpClientProbe::reallocate() = std::realloc;
     EXPECT_EQ(send(client, "PUT", server.url("/")), "data");
-    EXPECT_EQ(std::string(buffer.bytes.get(), buffer.size + 1), std::string("abcabcdef", 10));
+    EXPECT_EQ(buffer.size, 9U);
+    EXPECT_STREQ(buffer.bytes.get(), "abcabcdef");
 
     HttpClient::UploadSource source{ "abcdef", 5 };
     const std::pair<std::size_t, std::string> reads[] = { { 4, "abcd" },

@@ -32,9 +32,9 @@ using Bio = Owner<BIO, BIO_free_all>;
 using Certificate = Owner<X509, X509_free>;
 using Key = Owner<EVP_PKEY, EVP_PKEY_free>;
 
-/** A certificate for the server at `address`, signed by itself. */
 constexpr unsigned char NAME[] = "test";
 
+/** A certificate for the server at `address`, signed by itself. */
 Certificate certify(EVP_PKEY *key, const char *address)
 {
     Certificate result(X509_new());
