@@ -117,6 +117,9 @@ public:
     void setToken(const GoogleToken &token) { m_token = token; }
     [[nodiscard]] bool isAuthTokenExpired() const { return m_token.isAuthTokenExpired(); }
 
+    /** Ends the request in progress without an answer, and every later one. For any thread. */
+    void cancel() noexcept { m_client.cancel(); }
+
 private:
     int requestToken(const char *grantName, const QString &grant, const char *grantType);
 

@@ -121,7 +121,8 @@ HttpClient::Library::~Library()
 }
 
 HttpClient::HttpClient()
-    : m_handle(m_library.isUsable() ? curl_easy_init() : nullptr)
+    : m_transfers(m_library.isUsable() ? curl_multi_init() : nullptr)
+    , m_handle(m_transfers ? curl_easy_init() : nullptr)
 {
     if (!m_handle)
         return;
@@ -134,6 +135,7 @@ HttpClient::HttpClient()
                                     .set(CURLOPT_READDATA, &m_upload)
                                     .set(CURLOPT_USERAGENT, USER_AGENT)
                                     .set(CURLOPT_NOSIGNAL, 1L)
+                                    .set(CURLOPT_QUICK_EXIT, 1L)
                                     .result();
     if (result != CURLE_OK)
         m_handle.reset();
@@ -143,6 +145,7 @@ HttpClient::~HttpClient()
 {
     const SigPipeShield shield; // connections say good-bye
     m_handle.reset();
+    m_transfers.reset();
 }
 
 QByteArray *HttpClient::get(const HttpRequest &request)
@@ -217,16 +220,48 @@ CURLcode HttpClient::transfer(const Method &method, const HttpRequest &request,
     CURLcode result = options.result();
     if (result == CURLE_OK) {
         const SigPipeShield shield;
-        result = curl_easy_perform(m_handle.get());
+        result = perform();
     }
 
     // Headers and data end with this call; a handle that cannot let go of them is not used again.
     m_upload = {};
+    if (!m_handle)
+        return result;
     Options letGo(m_handle.get());
     letGo.set(CURLOPT_HTTPHEADER, nullptr).set(CURLOPT_POSTFIELDS, nullptr);
     if (letGo.result() != CURLE_OK)
         m_handle.reset();
     return result;
+}
+
+/** What curl_easy_perform() does, except that cancel() ends the wait at once. */
+CURLcode HttpClient::perform()
+{
+    constexpr int LONGEST_WAIT_MS = 1000;
+    if (curl_multi_add_handle(m_transfers.get(), m_handle.get()) != CURLM_OK)
+        return CURLE_FAILED_INIT;
+    CURLMcode state = CURLM_OK;
+    int running = 1;
+    while (state == CURLM_OK && !m_cancelled) {
+        state = curl_multi_perform(m_transfers.get(), &running);
+        if (running == 0)
+            break;
+        if (state == CURLM_OK)
+            state = curl_multi_poll(m_transfers.get(), nullptr, 0, LONGEST_WAIT_MS, nullptr);
+    }
+    int left = 0;
+    const CURLMsg *const done = curl_multi_info_read(m_transfers.get(), &left);
+    const CURLcode result = done != nullptr ? done->data.result : CURLE_ABORTED_BY_CALLBACK;
+    if (curl_multi_remove_handle(m_transfers.get(), m_handle.get()) != CURLM_OK)
+        m_handle.reset();
+    return result;
+}
+
+void HttpClient::cancel() noexcept
+{
+    m_cancelled = true;
+    if (m_transfers)
+        curl_multi_wakeup(m_transfers.get());
 }
 
 std::size_t HttpClient::reader(void *ptr, std::size_t size, std::size_t nmemb,

@@ -3,6 +3,7 @@
 
 #include <curl/curl.h>
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -42,6 +43,9 @@ public:
     [[nodiscard]] QByteArray *put(const HttpRequest &request, const QByteArray &data);
     /** Sends nothing and returns null: no service that is in use deletes anything. */
     QByteArray *del(const HttpRequest &request);
+
+    /** Ends the request in progress with null, and every later one at once. For any thread. */
+    void cancel() noexcept;
 
     /** What is still to be sent; reader()'s user data. */
     struct UploadSource
@@ -98,9 +102,14 @@ private:
     {
         void operator()(CURL *handle) const noexcept { curl_easy_cleanup(handle); }
     };
+    struct CleanupTransfers
+    {
+        void operator()(CURLM *transfers) const noexcept { curl_multi_cleanup(transfers); }
+    };
 
     QByteArray *exchange(const Method &method, const HttpRequest &request, const QByteArray &data);
     CURLcode transfer(const Method &method, const HttpRequest &request, const QByteArray &data);
+    CURLcode perform();
 
     static void *(*s_reallocate)(void *, std::size_t);
 
@@ -108,7 +117,9 @@ private:
     UploadSource m_upload;
     ResponseBuffer m_response; // holds something only during a request
     Library m_library;
-    std::unique_ptr<CURL, Cleanup> m_handle; // null: every request returns null
+    std::unique_ptr<CURLM, CleanupTransfers> m_transfers; // holds the connections
+    std::unique_ptr<CURL, Cleanup> m_handle;              // null: every request returns null
+    std::atomic<bool> m_cancelled = false;
     CURLcode m_lastResult = CURLE_OK;
 };
 

@@ -113,6 +113,24 @@ TEST(HttpClient, Answers)
     check("GET", QJsonObject{ { "url", refusing.url("/").toString() } });
 }
 
+TEST(HttpClient, CancelEndsASilentRequestAndAllLaterOnes)
+{
+    std::promise<void> arrived;
+    const LoopbackServer server([&](int socket, const LoopbackServer::Request &) {
+        arrived.set_value();
+        char c = 0;
+        return ::recv(socket, &c, 1, 0) == 1; // until the client is gone
+    });
+    HttpClient client;
+    auto answer =
+            std::async(std::launch::async, [&] { return send(client, "PUT", server.url("/")); });
+    arrived.get_future().wait();
+    client.cancel();
+    ASSERT_EQ(answer.wait_for(std::chrono::seconds(10)), std::future_status::ready);
+    EXPECT_EQ(answer.get() + send(client, "GET", server.url("/")), "nullnull");
+    EXPECT_EQ(server.connections(), 1);
+}
+
 TEST(HttpClient, TakesProxiesFromTheEnvironment)
 {
     const LoopbackServer server(echo);
