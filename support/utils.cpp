@@ -10,8 +10,11 @@
 #include <cstdlib>
 #include <cwchar>
 #include <cwctype>
+#include <filesystem>
+#include <fstream>
 #include <locale.h>
 #include <string_view>
+#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -126,6 +129,13 @@ private:
     std::array<Item, 256> m_few;
     std::vector<Item> m_many;
 };
+
+/** Where a symbolic link points to; empty when it cannot be read. */
+std::string linkTarget(const std::string &link)
+{
+    std::array<char, 4097> target{};
+    return readlink(link.c_str(), target.data(), target.size() - 1) > 0 ? target.data() : "";
+}
 
 } // namespace
 
@@ -259,6 +269,11 @@ std::string TrimRight(const std::string &text)
     return TrimRight(text.c_str());
 }
 
+std::string_view TrimmedView(std::string_view text)
+{
+    return trimmed(text, true, true);
+}
+
 std::string UpperCase(const char *text)
 {
     return mapBytes(view(text), std::toupper);
@@ -330,4 +345,49 @@ std::string LocaleLowerCase(const char *text)
 std::string LocaleLowerCase(const std::string &text)
 {
     return LocaleLowerCase(text.c_str());
+}
+
+std::string ExtractFilePath(const char *name)
+{
+    const std::string_view all = view(name);
+    return std::string(all.substr(0, all.rfind('/') + 1)); // nothing when there is no delimiter
+}
+
+std::string ExtractFilePath(const std::string &name)
+{
+    return ExtractFilePath(name.c_str());
+}
+
+std::string IncludePathDelimiter(const char *path)
+{
+    std::string result(view(path));
+    if (!result.empty() && result.back() != '/')
+        result += '/';
+    return result;
+}
+
+std::string IncludePathDelimiter(const std::string &path)
+{
+    return IncludePathDelimiter(path.c_str());
+}
+
+std::string GetExeName(bool nameOnly)
+{
+    const std::string path = Internal::ExeNameFrom("/proc/self");
+    return nameOnly ? path.substr(path.rfind('/') + 1) : path;
+}
+
+std::string Internal::ExeNameFrom(const std::string &process)
+{
+    std::string program = linkTarget(process + "/exe");
+    if (!program.empty() && access(program.c_str(), R_OK) == 0)
+        return program;
+
+    std::string argument;
+    std::ifstream arguments(process + "/cmdline", std::ios::binary);
+    std::getline(arguments, argument, '\0');
+    const std::filesystem::path directory = linkTarget(process + "/cwd");
+    const std::filesystem::path path = directory / argument; // an absolute argument stands alone
+    return argument.empty() || path.is_relative() ? std::string()
+                                                  : path.lexically_normal().string();
 }

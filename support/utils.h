@@ -2,9 +2,10 @@
 #define PELCLOUD_SUPPORT_UTILS_H
 
 #include <string>
+#include <string_view>
 
 /**
- * Conversions between numbers and 8-bit text, trimming and change of case.
+ * Conversions between numbers and 8-bit text, trimming, change of case, and parts of file names.
  *
  * None of them reports an error: what cannot be read gives the caller's default, what cannot be
  * folded stays as it is, and a null text counts as empty. Text is read up to its first NUL, also
@@ -61,6 +62,9 @@
 [[nodiscard]] std::string TrimRight(const char *text);
 [[nodiscard]] std::string TrimRight(const std::string &text);
 
+/** What Trim() leaves of `text`, without a copy. A NUL is a character like any other here. */
+[[nodiscard]] std::string_view TrimmedView(std::string_view text);
+
 // Case, byte by byte: multi-byte characters are not understood here.
 
 [[nodiscard]] std::string UpperCase(const char *text);
@@ -78,5 +82,29 @@
 [[nodiscard]] std::string LocaleUpperCase(const std::string &text);
 [[nodiscard]] std::string LocaleLowerCase(const char *text);
 [[nodiscard]] std::string LocaleLowerCase(const std::string &text);
+
+// File names.
+
+/** Everything up to and including the last "/"; empty when there is none. */
+[[nodiscard]] std::string ExtractFilePath(const char *name);
+[[nodiscard]] std::string ExtractFilePath(const std::string &name);
+
+/** `path` with a "/" at its end. The empty path stays empty rather than become the root. */
+[[nodiscard]] std::string IncludePathDelimiter(const char *path);
+[[nodiscard]] std::string IncludePathDelimiter(const std::string &path);
+
+/**
+ * The absolute path of the running program, or only its file name when `nameOnly` is set. Empty
+ * when the system does not tell. A program whose file was replaced while it runs is looked for
+ * under the name by which it was started.
+ */
+[[nodiscard]] std::string GetExeName(bool nameOnly);
+
+namespace Internal {
+
+/** The path of the program that a directory like /proc/self describes. For tests. */
+[[nodiscard]] std::string ExeNameFrom(const std::string &process);
+
+} // namespace Internal
 
 #endif

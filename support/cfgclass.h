@@ -1,0 +1,284 @@
+#ifndef PELCLOUD_SUPPORT_CFGCLASS_H
+#define PELCLOUD_SUPPORT_CFGCLASS_H
+
+#include <cstdint>
+#include <forward_list>
+#include <list>
+#include <map>
+#include <string>
+#include <vector>
+
+// What follows the address of a value in a typed operation; `Text` is how texts are passed there.
+#define PELCLOUD_CFG_TEXT_DEFAULT(Text) Text def
+#define PELCLOUD_CFG_LONG_DEFAULT(Text) long def
+#define PELCLOUD_CFG_BOOL_DEFAULT(Text) bool def
+#define PELCLOUD_CFG_DOUBLE_DEFAULT(Text) double def
+#define PELCLOUD_CFG_TIME_DEFAULT(Text) Text format, long def
+#define PELCLOUD_CFG_TEXT_VALUE(Text) Text value
+#define PELCLOUD_CFG_LONG_VALUE(Text) long value
+#define PELCLOUD_CFG_ULONG_VALUE(Text) unsigned long value
+#define PELCLOUD_CFG_BOOL_VALUE(Text) bool value
+#define PELCLOUD_CFG_TIME_VALUE(Text) Text format, long value
+#define PELCLOUD_CFG_DOUBLE_VALUE(Text) double value, unsigned int width, unsigned int precision
+
+// One typed operation in the seven shapes of its address, in slot order.
+#define PELCLOUD_CFG_FAMILY(Type, Operation, Tail) \
+    virtual Type Operation(const char *section, const char *key, Tail(const char *)); \
+    virtual Type Operation(const std::string &section, const std::string &key, \
+                           Tail(const std::string &)); \
+    virtual Type Operation(const char *key, Tail(const char *)); \
+    virtual Type Operation(const std::string &key, Tail(const std::string &)); \
+    virtual Type Operation(const char *section, unsigned long index, Tail(const char *)); \
+    virtual Type Operation(const std::string &section, unsigned long index, \
+                           Tail(const std::string &)); \
+    virtual Type Operation(unsigned long index, Tail(const char *));
+
+// The eighth shape, which only plain texts have.
+#define PELCLOUD_CFG_EIGHTH(Type, Operation, Tail) \
+    virtual Type Operation(unsigned long index, Tail(const std::string &));
+
+/**
+ * Reads, edits and writes INI files: sections in brackets, key=value lines, comments that begin
+ * with ";", "#" or "'". The lines are kept as they were read, so that a rewrite preserves comments
+ * and layout, and only those that an edit concerns change.
+ *
+ * Names of sections and keys are case-insensitive and held in capitals; values keep their case. Of
+ * a key that occurs twice in a section, the first occurrence counts; a section whose header occurs
+ * twice is one section. Keys before any header are in the section with the empty name.
+ *
+ * Every operation leaves an error code, and tells with it, never with an exception, that it
+ * failed. Loading a file with bad lines takes the good ones and counts as success.
+ * Every write rewrites the file at once, unless SetCached(true) puts that off; a write that fails
+ * keeps the change in memory, and the next one tries again. The destructor closes the file.
+ * A value or name must not hold a line feed. A value that holds a bracket is written, but no later
+ * load accepts its line.
+ *
+ * An object may be used by one thread at a time. It owns no open file between two operations.
+ *
+ * The order of the virtual functions is a contract with users of the compiled class.
+ */
+class CfgClass
+{
+public:
+    enum ErrorCode : std::int32_t {
+        SUCCESS = 0,
+        BAD_ARGUMENT = 1, // or nothing found under that name or number
+        FILE_ERROR = 2,   // could not be opened, read or written
+        NOT_INSERTED = 3, // a section or key that no load could read back
+        NOT_SAVED_AS = 4,
+        NO_FILE_OPEN = 5,
+        FILE_READ_ONLY = 6,
+        SYNTAX_ERROR = 7,
+    };
+
+    CfgClass();
+    CfgClass(const CfgClass &) = delete;
+    CfgClass &operator=(const CfgClass &) = delete;
+
+protected:
+    using Lines = std::list<std::string>;
+    using LinePos = Lines::iterator; // stable; the end stands for no line
+
+    struct KeyRec
+    {
+        std::string value; // trimmed
+        LinePos line;
+        std::list<LinePos>::iterator order;  // its place in SectRec::keyLines
+        std::forward_list<LinePos> repeated; // later lines with this key, which do not count
+    };
+    using Keys = std::map<std::string, KeyRec>;
+    using KeyPos = Keys::iterator;
+
+    struct SectRec
+    {
+        Keys keys;
+        std::vector<LinePos> headers;
+        std::list<LinePos> keyLines; // in file order: a new key goes behind the last
+    };
+    using Sections = std::map<std::string, SectRec>;
+    using SectionPos = Sections::iterator;
+
+    /** Whether names are written in capitals, rather than as the caller spells them. */
+    virtual bool GetUpperCaseWriteCache() const;
+
+    /** Loads the file, without its lines if it will not be written. Errors 2 and 7. */
+    virtual bool LoadFile(bool noLines);
+    /** Writes the lines, if they changed; true also when there is nothing that could be written. */
+    virtual bool SaveFile();
+    virtual void ClearReadCache();  // sections and keys
+    virtual void ClearWriteCache(); // lines
+    virtual bool ParseLine(const std::string &raw, bool noLines);
+
+    /** Adds a section, which becomes the current one; `newLine` adds its header to the lines. */
+    virtual bool InsertSection(const std::string &name, LinePos line, bool newLine);
+    /**
+     * Adds a key. `at` is where LocateKey() missed it, and then where it is. `newLine` adds its
+     * line behind the section's last key.
+     */
+    virtual bool InsertKey(const std::string &key, const std::string &value, SectionPos section,
+                           KeyPos &at, LinePos line, bool newLine);
+    virtual bool LocateSection(const std::string &name, SectionPos &section);
+    /** When there is no such key, `at` is set to where it would be. */
+    virtual bool LocateKey(SectionPos section, const std::string &key, KeyPos &at);
+
+    // How an operation ends: sets the error code, returns whether it is 0.
+    bool succeed();
+    bool fail(ErrorCode code);
+
+public:
+    virtual ~CfgClass();
+
+    // Files.
+
+    /**
+     * Closes the open file and loads this one, for reading and writing. A file that cannot be read
+     * counts as one to be created: true, with error 2. With bad lines: true, with error 7.
+     */
+    virtual bool Open(const char *name);
+    virtual bool Open(const std::string &name);
+    /** The same for reading only; a file that cannot be read fails. */
+    virtual bool OpenReadOnly(const char *name);
+    virtual bool OpenReadOnly(const std::string &name);
+    /** Saves what is not yet saved and forgets the file in any case. False when saving failed. */
+    virtual bool Close();
+    /** Writes all lines under another name and goes on with it, or fails and keeps the old one. */
+    virtual bool SaveAs(const char *name);
+    virtual bool SaveAs(const std::string &name);
+    [[nodiscard]] virtual std::string GetFileName() const;
+    /** Changes the name under which the next save writes, and nothing else. */
+    virtual bool Rename(const char *name);
+    /** OpenReadOnly() or Open(). */
+    virtual bool SetFileName(const char *name, bool readOnly);
+    virtual bool FlushCache();
+
+    // Sections. Numbers count in the order of the names, from 0.
+
+    /**
+     * Selects the section for the operations that take none. Selects it also when there is no such
+     * section yet, for a write may create it; then it returns false, with error 1.
+     */
+    virtual bool SetSection(const char *section);
+    virtual bool SetSection(const std::string &section);
+    [[nodiscard]] virtual std::string GetSection() const;
+    virtual bool SectionExists(const char *section);
+    virtual bool SectionExists(const std::string &section);
+    virtual bool SectionExists();
+    /** Removes every line from a header of the section to the next header of any. */
+    virtual bool EraseSection(const char *section);
+    virtual bool EraseSection(const std::string &section);
+    virtual bool EraseSection();
+    virtual unsigned long GetSectionCount();
+    virtual std::string GetSectionName(unsigned long index);
+
+    // Keys. Numbers count in the order of the names, from 0.
+
+    virtual bool KeyExists(const char *section, const char *key);
+    virtual bool KeyExists(const std::string &section, const std::string &key);
+    virtual bool KeyExists(const char *key);
+    virtual bool KeyExists(const std::string &key);
+    /** Removes every line of the section with this key. */
+    virtual bool DeleteKey(const char *section, const char *key);
+    virtual bool DeleteKey(const std::string &section, const std::string &key);
+    virtual bool DeleteKey(const char *key);
+    virtual bool DeleteKey(const std::string &key);
+    virtual bool DeleteKey(unsigned long index);
+    virtual unsigned long GetKeyCount(const char *section);
+    virtual unsigned long GetKeyCount(const std::string &section);
+    virtual unsigned long GetKeyCount();
+    virtual std::string GetKeyName(const char *section, unsigned long index);
+    virtual std::string GetKeyName(const std::string &section, unsigned long index);
+    virtual std::string GetKeyName(unsigned long index);
+
+    // Typed reads, by (section, key), (key), (section, number) or (number): the stored value, or
+    // `def` when there is none or it does not fit the type. A bool is a number, 0 or other.
+    // Formats of times are those of support/datetext.h.
+
+    PELCLOUD_CFG_FAMILY(std::string, ReadStr, PELCLOUD_CFG_TEXT_DEFAULT)
+    PELCLOUD_CFG_EIGHTH(std::string, ReadStr, PELCLOUD_CFG_TEXT_DEFAULT)
+    PELCLOUD_CFG_FAMILY(long, ReadInt, PELCLOUD_CFG_LONG_DEFAULT)
+    PELCLOUD_CFG_FAMILY(bool, ReadBool, PELCLOUD_CFG_BOOL_DEFAULT)
+    PELCLOUD_CFG_FAMILY(long, ReadDateTime, PELCLOUD_CFG_TIME_DEFAULT)
+    PELCLOUD_CFG_FAMILY(double, ReadFloat, PELCLOUD_CFG_DOUBLE_DEFAULT)
+
+    // Typed writes, addressed likewise; sections and keys are created where names ask for new ones.
+
+    PELCLOUD_CFG_FAMILY(bool, WriteStr, PELCLOUD_CFG_TEXT_VALUE)
+    PELCLOUD_CFG_EIGHTH(bool, WriteStr, PELCLOUD_CFG_TEXT_VALUE)
+    PELCLOUD_CFG_FAMILY(bool, WriteInt, PELCLOUD_CFG_LONG_VALUE)
+    PELCLOUD_CFG_FAMILY(bool, WriteUInt, PELCLOUD_CFG_ULONG_VALUE)
+    PELCLOUD_CFG_FAMILY(bool, WriteBool, PELCLOUD_CFG_BOOL_VALUE)
+    PELCLOUD_CFG_FAMILY(bool, WriteDateTime, PELCLOUD_CFG_TIME_VALUE)
+    PELCLOUD_CFG_FAMILY(bool, WriteFloat, PELCLOUD_CFG_DOUBLE_VALUE)
+
+    /** Whether writes wait for Flush() or Close(). Switching that off flushes. */
+    virtual void SetCached(bool cached);
+    virtual bool Flush();
+    [[nodiscard]] virtual bool IsFail() const;
+    [[nodiscard]] virtual std::int32_t GetErrorCode() const;
+    /** The first bad line of the last load, counted from 1; 0 when there was none. */
+    [[nodiscard]] virtual std::uint64_t GetErrorLine() const;
+
+private:
+    /** The item of a map last found by number, from where the next one is seldom far. */
+    template <class Map>
+    struct Cursor
+    {
+        const Map *map = nullptr; // null: none
+        unsigned long index = 0;
+        typename Map::iterator item;
+    };
+
+    template <class Map>
+    static typename Map::iterator itemAt(Map &map, unsigned long index, Cursor<Map> &last);
+
+    /** Checks what every operation on the file's content needs. */
+    bool isOpen(bool argumentsGiven);
+    bool isWritable(bool argumentsGiven);
+
+    bool openAs(const char *name, bool readOnly);
+    bool enterSection(const std::string &name, LinePos line);
+    bool addKey(const std::string &key, const std::string &value, LinePos line);
+    std::string writtenName(const std::string &name) const;
+    LinePos newKeyPosition(SectRec &section);
+    static void rewriteKey(KeyRec &key, const std::string &value);
+    void removeKey(SectRec &section, KeyPos key);
+    void removeSection(SectionPos section);
+    bool writeLines(const std::string &name) const;
+    /** Ends an edit: writes the file unless writes are cached. */
+    bool commit();
+
+    Lines m_lines;
+    Sections m_sections;
+    std::string m_fileName; // empty: no file open
+    bool m_readOnly = false;
+    bool m_modified = false;
+    SectionPos m_currentSection; // while parsing
+    KeyPos m_currentKey;
+    std::string m_selectedSection;
+    Cursor<Sections> m_sectionCursor;
+    Cursor<Keys> m_keyCursor;
+    bool m_cached = false;
+    std::int32_t m_errorCode = SUCCESS;
+    std::uint64_t m_errorLine = 0;
+};
+
+/**
+ * The same for the system-wide configuration file, whose new names are written as the caller
+ * spells them.
+ */
+class RegCfgClass : public CfgClass
+{
+public:
+    RegCfgClass();
+    ~RegCfgClass() override;
+
+    using CfgClass::SaveAs;
+    bool SaveAs(const char *name) override;
+
+protected:
+    bool GetUpperCaseWriteCache() const override;
+    bool LoadFile(bool noLines) override;
+    bool SaveFile() override;
+};
+
+#endif
