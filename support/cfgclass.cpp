@@ -146,27 +146,46 @@ bool CfgClass::isWritable(bool argumentsGiven)
 }
 
 template <class Map>
-typename Map::iterator CfgClass::itemAt(Map &map, unsigned long index, Cursor<Map> &last)
+typename Map::iterator CfgClass::Cursor<Map>::find(Map &map, unsigned long index)
 {
     if (index >= map.size())
         return map.end();
 
-    const auto distanceFrom = [index](unsigned long from) {
+    const auto stepsFrom = [index](unsigned long from) {
         return static_cast<long>(index) - static_cast<long>(from);
     };
-    auto item = map.begin();
-    long distance = distanceFrom(0);
-    if (distance > -distanceFrom(map.size())) {
-        item = map.end();
-        distance = distanceFrom(map.size());
+    const bool fromEnd = index > map.size() / 2;
+    Pos item = fromEnd ? map.end() : map.begin();
+    long steps = stepsFrom(fromEnd ? map.size() : 0);
+    if (m_map == &map && std::abs(stepsFrom(m_index)) < std::abs(steps)) {
+        item = m_item;
+        steps = stepsFrom(m_index);
     }
-    if (last.map == &map && std::abs(distanceFrom(last.index)) < std::abs(distance)) {
-        item = last.item;
-        distance = distanceFrom(last.index);
+    std::advance(item, steps);
+    m_map = &map;
+    m_index = index;
+    return m_item = item;
+}
+
+template <class Map>
+void CfgClass::Cursor<Map>::inserted(const Map &map, Pos item)
+{
+    if (m_map == &map && item->first < m_item->first)
+        ++m_index;
+}
+
+template <class Map>
+void CfgClass::Cursor<Map>::removing(const Map &map, Pos item)
+{
+    if (m_map != &map || item->first > m_item->first)
+        return;
+    if (m_index == 0) {
+        reset();
+        return;
     }
-    std::advance(item, distance);
-    last = { &map, index, item };
-    return item;
+    --m_index;
+    if (item == m_item)
+        --m_item;
 }
 
 // Loading, saving and parsing.
@@ -232,8 +251,8 @@ void CfgClass::ClearReadCache()
 {
     m_sections.clear();
     m_currentSection = m_sections.end();
-    m_sectionCursor = {};
-    m_keyCursor = {};
+    m_sectionCursor.reset();
+    m_keyCursor.reset();
 }
 
 void CfgClass::ClearWriteCache()
@@ -301,7 +320,7 @@ bool CfgClass::InsertSection(const std::string &name, LinePos line, bool newLine
     if (!inserted)
         return fail(NOT_INSERTED);
 
-    m_sectionCursor = {};
+    m_sectionCursor.inserted(m_sections, section);
     m_currentSection = section;
     if (newLine)
         line = m_lines.insert(m_lines.end(), headerLine(writtenName(name)));
@@ -323,7 +342,7 @@ bool CfgClass::InsertKey(const std::string &key, const std::string &value, Secti
     if (record.keys.size() == before)
         return fail(NOT_INSERTED);
 
-    m_keyCursor = {};
+    m_keyCursor.inserted(record.keys, at);
     if (newLine)
         line = m_lines.insert(newKeyPosition(record), keyLine(writtenName(key), value));
     at->second.value = TrimmedView(value);
@@ -373,7 +392,7 @@ void CfgClass::rewriteKey(KeyRec &key, const std::string &value)
 
 void CfgClass::removeKey(SectRec &section, KeyPos key)
 {
-    m_keyCursor = {};
+    m_keyCursor.removing(section.keys, key);
     for (const LinePos line : key->second.repeated)
         m_lines.erase(line);
     m_lines.erase(key->second.line);
@@ -388,7 +407,7 @@ void CfgClass::removeSection(SectionPos section)
         removeKey(record, record.keys.begin());
     for (const LinePos header : record.headers)
         m_lines.erase(header, std::find_if(std::next(header), m_lines.end(), isHeader));
-    m_sectionCursor = {};
+    m_sectionCursor.removing(m_sections, section);
     m_currentSection = m_sections.end();
     m_sections.erase(section);
 }
@@ -515,7 +534,7 @@ unsigned long CfgClass::GetSectionCount()
 
 std::string CfgClass::GetSectionName(unsigned long index)
 {
-    const SectionPos section = itemAt(m_sections, index, m_sectionCursor);
+    const SectionPos section = m_sectionCursor.find(m_sections, index);
     if (section == m_sections.end()) {
         fail(BAD_ARGUMENT);
         return {};
@@ -563,7 +582,7 @@ std::string CfgClass::GetKeyName(const char *section, unsigned long index)
         fail(BAD_ARGUMENT);
         return {};
     }
-    return itemAt(found->second.keys, index, m_keyCursor)->first;
+    return m_keyCursor.find(found->second.keys, index)->first;
 }
 
 // Typed reads and writes.

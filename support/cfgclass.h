@@ -219,17 +219,26 @@ public:
     [[nodiscard]] virtual std::uint64_t GetErrorLine() const;
 
 private:
-    /** The item of a map last found by number, from where the next one is seldom far. */
+    /**
+     * Finds a map's items by number. Starts from the item last found, from where the next one is
+     * seldom far, and follows it through insertions and removals.
+     */
     template <class Map>
-    struct Cursor
+    class Cursor
     {
-        const Map *map = nullptr; // null: none
-        unsigned long index = 0;
-        typename Map::iterator item;
-    };
+    public:
+        using Pos = typename Map::iterator;
 
-    template <class Map>
-    static typename Map::iterator itemAt(Map &map, unsigned long index, Cursor<Map> &last);
+        Pos find(Map &map, unsigned long index);
+        void inserted(const Map &map, Pos item);
+        void removing(const Map &map, Pos item);
+        void reset() { m_map = nullptr; }
+
+    private:
+        const Map *m_map = nullptr; // null: nothing found yet
+        unsigned long m_index = 0;
+        Pos m_item;
+    };
 
     /** Checks what every operation on the file's content needs. */
     bool isOpen(bool argumentsGiven);
