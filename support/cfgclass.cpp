@@ -797,8 +797,22 @@ std::string CfgClass::GetKeyName(unsigned long index)
     return GetKeyName(m_selectedSection, index);
 }
 
-// The variable arguments are what is passed on behind the address.
-#define PELCLOUD_CFG_FORWARDS(Type, Operation, Tail, ...) \
+// What follows the address of a value in each family; `Text` is how texts are passed there.
+#define TEXT_DEFAULT(Text) Text def
+#define LONG_DEFAULT(Text) long def
+#define BOOL_DEFAULT(Text) bool def
+#define DOUBLE_DEFAULT(Text) double def
+#define TIME_DEFAULT(Text) Text format, long def
+#define TEXT_VALUE(Text) Text value
+#define LONG_VALUE(Text) long value
+#define ULONG_VALUE(Text) unsigned long value
+#define BOOL_VALUE(Text) bool value
+#define TIME_VALUE(Text) Text format, long value
+#define DOUBLE_VALUE(Text) double value, unsigned int width, unsigned int precision
+
+// The shapes that follow from the first, which makes seven. The variable arguments are what is
+// passed on behind the address.
+#define SEVEN_SHAPES(Type, Operation, Tail, ...) \
     Type CfgClass::Operation(const std::string &section, const std::string &key, \
                              Tail(const std::string &)) \
     { \
@@ -826,26 +840,26 @@ std::string CfgClass::GetKeyName(unsigned long index)
         return Operation(m_selectedSection.c_str(), index, __VA_ARGS__); \
     }
 
-#define PELCLOUD_CFG_EIGHTH_FORWARD(Type, Operation, Tail, ...) \
+#define EIGHTH_SHAPE(Type, Operation, Tail, ...) \
     Type CfgClass::Operation(unsigned long index, Tail(const std::string &)) \
     { \
         return Operation(index, __VA_ARGS__); \
     }
 
-PELCLOUD_CFG_FORWARDS(std::string, ReadStr, PELCLOUD_CFG_TEXT_DEFAULT, chars(def))
-PELCLOUD_CFG_EIGHTH_FORWARD(std::string, ReadStr, PELCLOUD_CFG_TEXT_DEFAULT, chars(def))
-PELCLOUD_CFG_FORWARDS(long, ReadInt, PELCLOUD_CFG_LONG_DEFAULT, def)
-PELCLOUD_CFG_FORWARDS(bool, ReadBool, PELCLOUD_CFG_BOOL_DEFAULT, def)
-PELCLOUD_CFG_FORWARDS(long, ReadDateTime, PELCLOUD_CFG_TIME_DEFAULT, chars(format), def)
-PELCLOUD_CFG_FORWARDS(double, ReadFloat, PELCLOUD_CFG_DOUBLE_DEFAULT, def)
+SEVEN_SHAPES(std::string, ReadStr, TEXT_DEFAULT, chars(def))
+EIGHTH_SHAPE(std::string, ReadStr, TEXT_DEFAULT, chars(def))
+SEVEN_SHAPES(long, ReadInt, LONG_DEFAULT, def)
+SEVEN_SHAPES(bool, ReadBool, BOOL_DEFAULT, def)
+SEVEN_SHAPES(long, ReadDateTime, TIME_DEFAULT, chars(format), def)
+SEVEN_SHAPES(double, ReadFloat, DOUBLE_DEFAULT, def)
 
-PELCLOUD_CFG_FORWARDS(bool, WriteStr, PELCLOUD_CFG_TEXT_VALUE, chars(value))
-PELCLOUD_CFG_EIGHTH_FORWARD(bool, WriteStr, PELCLOUD_CFG_TEXT_VALUE, chars(value))
-PELCLOUD_CFG_FORWARDS(bool, WriteInt, PELCLOUD_CFG_LONG_VALUE, value)
-PELCLOUD_CFG_FORWARDS(bool, WriteUInt, PELCLOUD_CFG_ULONG_VALUE, value)
-PELCLOUD_CFG_FORWARDS(bool, WriteBool, PELCLOUD_CFG_BOOL_VALUE, value)
-PELCLOUD_CFG_FORWARDS(bool, WriteDateTime, PELCLOUD_CFG_TIME_VALUE, chars(format), value)
-PELCLOUD_CFG_FORWARDS(bool, WriteFloat, PELCLOUD_CFG_DOUBLE_VALUE, value, width, precision)
+SEVEN_SHAPES(bool, WriteStr, TEXT_VALUE, chars(value))
+EIGHTH_SHAPE(bool, WriteStr, TEXT_VALUE, chars(value))
+SEVEN_SHAPES(bool, WriteInt, LONG_VALUE, value)
+SEVEN_SHAPES(bool, WriteUInt, ULONG_VALUE, value)
+SEVEN_SHAPES(bool, WriteBool, BOOL_VALUE, value)
+SEVEN_SHAPES(bool, WriteDateTime, TIME_VALUE, chars(format), value)
+SEVEN_SHAPES(bool, WriteFloat, DOUBLE_VALUE, value, width, precision)
 
 // The system-wide configuration file.
 

@@ -8,35 +8,6 @@
 #include <string>
 #include <vector>
 
-// What follows the address of a value in a typed operation; `Text` is how texts are passed there.
-#define PELCLOUD_CFG_TEXT_DEFAULT(Text) Text def
-#define PELCLOUD_CFG_LONG_DEFAULT(Text) long def
-#define PELCLOUD_CFG_BOOL_DEFAULT(Text) bool def
-#define PELCLOUD_CFG_DOUBLE_DEFAULT(Text) double def
-#define PELCLOUD_CFG_TIME_DEFAULT(Text) Text format, long def
-#define PELCLOUD_CFG_TEXT_VALUE(Text) Text value
-#define PELCLOUD_CFG_LONG_VALUE(Text) long value
-#define PELCLOUD_CFG_ULONG_VALUE(Text) unsigned long value
-#define PELCLOUD_CFG_BOOL_VALUE(Text) bool value
-#define PELCLOUD_CFG_TIME_VALUE(Text) Text format, long value
-#define PELCLOUD_CFG_DOUBLE_VALUE(Text) double value, unsigned int width, unsigned int precision
-
-// One typed operation in the seven shapes of its address, in slot order.
-#define PELCLOUD_CFG_FAMILY(Type, Operation, Tail) \
-    virtual Type Operation(const char *section, const char *key, Tail(const char *)); \
-    virtual Type Operation(const std::string &section, const std::string &key, \
-                           Tail(const std::string &)); \
-    virtual Type Operation(const char *key, Tail(const char *)); \
-    virtual Type Operation(const std::string &key, Tail(const std::string &)); \
-    virtual Type Operation(const char *section, unsigned long index, Tail(const char *)); \
-    virtual Type Operation(const std::string &section, unsigned long index, \
-                           Tail(const std::string &)); \
-    virtual Type Operation(unsigned long index, Tail(const char *));
-
-// The eighth shape, which only plain texts have.
-#define PELCLOUD_CFG_EIGHTH(Type, Operation, Tail) \
-    virtual Type Operation(unsigned long index, Tail(const std::string &));
-
 /**
  * Reads, edits and writes INI files: sections in brackets, key=value lines, comments that begin
  * with ";", "#" or "'". The lines are kept as they were read, so that a rewrite preserves comments
@@ -193,22 +164,115 @@ public:
     // `def` when there is none or it does not fit the type. A bool is a number, 0 or other.
     // Formats of times are those of support/datetext.h.
 
-    PELCLOUD_CFG_FAMILY(std::string, ReadStr, PELCLOUD_CFG_TEXT_DEFAULT)
-    PELCLOUD_CFG_EIGHTH(std::string, ReadStr, PELCLOUD_CFG_TEXT_DEFAULT)
-    PELCLOUD_CFG_FAMILY(long, ReadInt, PELCLOUD_CFG_LONG_DEFAULT)
-    PELCLOUD_CFG_FAMILY(bool, ReadBool, PELCLOUD_CFG_BOOL_DEFAULT)
-    PELCLOUD_CFG_FAMILY(long, ReadDateTime, PELCLOUD_CFG_TIME_DEFAULT)
-    PELCLOUD_CFG_FAMILY(double, ReadFloat, PELCLOUD_CFG_DOUBLE_DEFAULT)
+    virtual std::string ReadStr(const char *section, const char *key, const char *def);
+    virtual std::string ReadStr(const std::string &section, const std::string &key,
+                                const std::string &def);
+    virtual std::string ReadStr(const char *key, const char *def);
+    virtual std::string ReadStr(const std::string &key, const std::string &def);
+    virtual std::string ReadStr(const char *section, unsigned long index, const char *def);
+    virtual std::string ReadStr(const std::string &section, unsigned long index,
+                                const std::string &def);
+    virtual std::string ReadStr(unsigned long index, const char *def);
+    virtual std::string ReadStr(unsigned long index, const std::string &def);
+
+    virtual long ReadInt(const char *section, const char *key, long def);
+    virtual long ReadInt(const std::string &section, const std::string &key, long def);
+    virtual long ReadInt(const char *key, long def);
+    virtual long ReadInt(const std::string &key, long def);
+    virtual long ReadInt(const char *section, unsigned long index, long def);
+    virtual long ReadInt(const std::string &section, unsigned long index, long def);
+    virtual long ReadInt(unsigned long index, long def);
+
+    virtual bool ReadBool(const char *section, const char *key, bool def);
+    virtual bool ReadBool(const std::string &section, const std::string &key, bool def);
+    virtual bool ReadBool(const char *key, bool def);
+    virtual bool ReadBool(const std::string &key, bool def);
+    virtual bool ReadBool(const char *section, unsigned long index, bool def);
+    virtual bool ReadBool(const std::string &section, unsigned long index, bool def);
+    virtual bool ReadBool(unsigned long index, bool def);
+
+    virtual long ReadDateTime(const char *section, const char *key, const char *format, long def);
+    virtual long ReadDateTime(const std::string &section, const std::string &key,
+                              const std::string &format, long def);
+    virtual long ReadDateTime(const char *key, const char *format, long def);
+    virtual long ReadDateTime(const std::string &key, const std::string &format, long def);
+    virtual long ReadDateTime(const char *section, unsigned long index, const char *format,
+                              long def);
+    virtual long ReadDateTime(const std::string &section, unsigned long index,
+                              const std::string &format, long def);
+    virtual long ReadDateTime(unsigned long index, const char *format, long def);
+
+    virtual double ReadFloat(const char *section, const char *key, double def);
+    virtual double ReadFloat(const std::string &section, const std::string &key, double def);
+    virtual double ReadFloat(const char *key, double def);
+    virtual double ReadFloat(const std::string &key, double def);
+    virtual double ReadFloat(const char *section, unsigned long index, double def);
+    virtual double ReadFloat(const std::string &section, unsigned long index, double def);
+    virtual double ReadFloat(unsigned long index, double def);
 
     // Typed writes, addressed likewise; sections and keys are created where names ask for new ones.
 
-    PELCLOUD_CFG_FAMILY(bool, WriteStr, PELCLOUD_CFG_TEXT_VALUE)
-    PELCLOUD_CFG_EIGHTH(bool, WriteStr, PELCLOUD_CFG_TEXT_VALUE)
-    PELCLOUD_CFG_FAMILY(bool, WriteInt, PELCLOUD_CFG_LONG_VALUE)
-    PELCLOUD_CFG_FAMILY(bool, WriteUInt, PELCLOUD_CFG_ULONG_VALUE)
-    PELCLOUD_CFG_FAMILY(bool, WriteBool, PELCLOUD_CFG_BOOL_VALUE)
-    PELCLOUD_CFG_FAMILY(bool, WriteDateTime, PELCLOUD_CFG_TIME_VALUE)
-    PELCLOUD_CFG_FAMILY(bool, WriteFloat, PELCLOUD_CFG_DOUBLE_VALUE)
+    virtual bool WriteStr(const char *section, const char *key, const char *value);
+    virtual bool WriteStr(const std::string &section, const std::string &key,
+                          const std::string &value);
+    virtual bool WriteStr(const char *key, const char *value);
+    virtual bool WriteStr(const std::string &key, const std::string &value);
+    virtual bool WriteStr(const char *section, unsigned long index, const char *value);
+    virtual bool WriteStr(const std::string &section, unsigned long index,
+                          const std::string &value);
+    virtual bool WriteStr(unsigned long index, const char *value);
+    virtual bool WriteStr(unsigned long index, const std::string &value);
+
+    virtual bool WriteInt(const char *section, const char *key, long value);
+    virtual bool WriteInt(const std::string &section, const std::string &key, long value);
+    virtual bool WriteInt(const char *key, long value);
+    virtual bool WriteInt(const std::string &key, long value);
+    virtual bool WriteInt(const char *section, unsigned long index, long value);
+    virtual bool WriteInt(const std::string &section, unsigned long index, long value);
+    virtual bool WriteInt(unsigned long index, long value);
+
+    virtual bool WriteUInt(const char *section, const char *key, unsigned long value);
+    virtual bool WriteUInt(const std::string &section, const std::string &key, unsigned long value);
+    virtual bool WriteUInt(const char *key, unsigned long value);
+    virtual bool WriteUInt(const std::string &key, unsigned long value);
+    virtual bool WriteUInt(const char *section, unsigned long index, unsigned long value);
+    virtual bool WriteUInt(const std::string &section, unsigned long index, unsigned long value);
+    virtual bool WriteUInt(unsigned long index, unsigned long value);
+
+    virtual bool WriteBool(const char *section, const char *key, bool value);
+    virtual bool WriteBool(const std::string &section, const std::string &key, bool value);
+    virtual bool WriteBool(const char *key, bool value);
+    virtual bool WriteBool(const std::string &key, bool value);
+    virtual bool WriteBool(const char *section, unsigned long index, bool value);
+    virtual bool WriteBool(const std::string &section, unsigned long index, bool value);
+    virtual bool WriteBool(unsigned long index, bool value);
+
+    virtual bool WriteDateTime(const char *section, const char *key, const char *format,
+                               long value);
+    virtual bool WriteDateTime(const std::string &section, const std::string &key,
+                               const std::string &format, long value);
+    virtual bool WriteDateTime(const char *key, const char *format, long value);
+    virtual bool WriteDateTime(const std::string &key, const std::string &format, long value);
+    virtual bool WriteDateTime(const char *section, unsigned long index, const char *format,
+                               long value);
+    virtual bool WriteDateTime(const std::string &section, unsigned long index,
+                               const std::string &format, long value);
+    virtual bool WriteDateTime(unsigned long index, const char *format, long value);
+
+    virtual bool WriteFloat(const char *section, const char *key, double value, unsigned int width,
+                            unsigned int precision);
+    virtual bool WriteFloat(const std::string &section, const std::string &key, double value,
+                            unsigned int width, unsigned int precision);
+    virtual bool WriteFloat(const char *key, double value, unsigned int width,
+                            unsigned int precision);
+    virtual bool WriteFloat(const std::string &key, double value, unsigned int width,
+                            unsigned int precision);
+    virtual bool WriteFloat(const char *section, unsigned long index, double value,
+                            unsigned int width, unsigned int precision);
+    virtual bool WriteFloat(const std::string &section, unsigned long index, double value,
+                            unsigned int width, unsigned int precision);
+    virtual bool WriteFloat(unsigned long index, double value, unsigned int width,
+                            unsigned int precision);
 
     /** Whether writes wait for Flush() or Close(). Switching that off flushes. */
     virtual void SetCached(bool cached);

@@ -1,39 +1,24 @@
 #ifndef PELCLOUD_TESTS_SUPPORT_TEMPDIR_H
 #define PELCLOUD_TESTS_SUPPORT_TEMPDIR_H
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
+#include <stdlib.h>
 #include <string>
 
 /** A directory of its own for one test, removed with all its files. */
-class TempDir
+struct TempDir
 {
-public:
-    TempDir()
-        : m_path((std::filesystem::temp_directory_path() / "pelcloud.XXXXXX").string())
-    {
-        if (mkdtemp(m_path.data()) == nullptr)
-            std::abort();
-    }
-    ~TempDir() { std::filesystem::remove_all(m_path); }
-    TempDir(const TempDir &) = delete;
-    TempDir &operator=(const TempDir &) = delete;
-
-    [[nodiscard]] std::string path(const std::string &name = {}) const
-    {
-        return m_path + '/' + name;
-    }
-    [[nodiscard]] std::string write(const std::string &name, const std::string &text) const
-    {
-        std::ofstream(path(name), std::ios::binary) << text;
-        return path(name);
-    }
-
-private:
-    std::string m_path;
+    ~TempDir() { std::filesystem::remove_all(path); }
+    const std::string path = std::string(mkdtemp(std::string("/tmp/pelcloud.XXXXXX").data())) + '/';
 };
+
+/** Writes a file; returns its name. */
+inline std::string written(const std::string &file, const std::string &text)
+{
+    std::ofstream(file, std::ios::binary) << text;
+    return file;
+}
 
 inline std::string contentOf(const std::string &file)
 {
