@@ -1,0 +1,265 @@
+#ifndef PELCLOUD_SUPPORT_THCLASS_H
+#define PELCLOUD_SUPPORT_THCLASS_H
+
+#include <atomic>
+#include <cstdint>
+#include <pthread.h>
+
+/**
+ * Threads, locks, time-outs and interval timers over POSIX threads.
+ *
+ * Whatever waits here polls once a millisecond. Times are milliseconds of the wall clock, also
+ * when somebody sets that clock; names that begin with "us" count microseconds.
+ *
+ * In every class the order of the virtual functions is a contract: code that was compiled against
+ * it calls them by their slots. New ones go to the end.
+ */
+
+/** The wall clock: time since 1970. */
+[[nodiscard]] unsigned long GetSystemTick();
+[[nodiscard]] unsigned long usGetSystemTick();
+
+/**
+ * Sleeps for `ms` milliseconds, 0 counting as 1. The microseconds are reckoned in 32 bits: what
+ * exceeds 4294967 ms wraps.
+ */
+void Delay(unsigned long ms);
+
+/** Sleeps for the lower 32 bits of `us`; 0 counts as 1. */
+void usDelay(unsigned long us);
+
+/**
+ * A value that one thread writes and another one polls. Who sees a new value also sees all that
+ * its writer did before, so that the end of a body, once seen, makes its results readable.
+ */
+template <class Value>
+class Polled
+{
+public:
+    explicit Polled(Value value)
+        : m_value(value)
+    {}
+    Polled &operator=(Value value)
+    {
+        m_value.store(value, std::memory_order_release);
+        return *this;
+    }
+    operator Value() const { return m_value.load(std::memory_order_acquire); }
+
+private:
+    std::atomic<Value> m_value;
+};
+
+/** A mutex that is not recursive: a second Lock() by its holder never returns. */
+class ThLockClass
+{
+public:
+    ThLockClass();
+    ThLockClass(const ThLockClass &) = delete;
+    ThLockClass &operator=(const ThLockClass &) = delete;
+
+    virtual ~ThLockClass();
+    virtual void Lock();
+    virtual void Unlock();
+    /** A copy, good for looking at, not for locking. */
+    [[nodiscard]] virtual pthread_mutex_t GetMutexID() const;
+
+private:
+    pthread_mutex_t m_mutex;
+};
+
+/**
+ * Tells whether an interval has passed since the last Start(); the constructor is the first one.
+ * A clock set back delays the time-out, one set forward hastens it. One thread may ask while
+ * another one sets.
+ */
+class TimeOutClass
+{
+public:
+    TimeOutClass();
+    TimeOutClass(const TimeOutClass &) = delete;
+    TimeOutClass &operator=(const TimeOutClass &) = delete;
+
+    virtual ~TimeOutClass();
+    /** Goes on counting from the last Start(). The interval is 1000 ms at first. */
+    virtual void SetInterval(unsigned long interval);
+    [[nodiscard]] virtual unsigned long GetInterval() const;
+    /** SetInterval() and Start(). */
+    virtual void Start(unsigned long interval);
+    virtual void Start();
+    [[nodiscard]] virtual bool IsTimeOut() const;
+
+private:
+    Polled<unsigned long> m_interval;
+    Polled<unsigned long> m_startTick;
+};
+
+/**
+ * A thread whose body is Execute() of a derived class. It is created by the first Resume() and
+ * ends when the body returns, throws or is killed; Resume() then runs the body on a new thread.
+ *
+ * All operations may be called from any thread, also from the body. When the system gives no
+ * thread, GetHandle() tells the error, GetSuspended() stays true, nothing waits, and the next
+ * Resume() tries again.
+ *
+ * The destructor asks the body to end, waits for up to ten seconds and then kills it. By then the
+ * derived part is gone: a body that uses it must have ended before, at the latest in the derived
+ * destructor. A thread cannot destroy its own object.
+ */
+class ThClass
+{
+public:
+    enum ThreadPriority : std::uint32_t {
+        PrioMinimum = 0,
+        PrioLower = 1,
+        PrioLow = 2,
+        PrioNormal = 3,
+        PrioHigh = 4,
+        PrioHigher = 5,
+        PrioMaximum = 6
+    };
+
+    ThClass() = default;
+    ThClass(const ThClass &) = delete;
+    ThClass &operator=(const ThClass &) = delete;
+
+    /**
+     * The body. Polls GetTerminated() and returns soon after that is true. An exception that
+     * leaves it ends it like a return.
+     */
+    virtual void Execute() = 0;
+    /** Called when the body has ended: on its own thread, or on the one that kills it. */
+    virtual void OnTerminate();
+    /** Whether the body has been asked to end. */
+    [[nodiscard]] virtual bool GetTerminated() const;
+    virtual void SetReturnValue(long value);
+    virtual ~ThClass();
+    /** Runs the body on a thread of its own, unless it already runs. */
+    virtual void Resume();
+    /** Asks the body to end; does not wait. */
+    virtual void Terminate();
+    /**
+     * Waits for the end of the body, for at most `timeout` ms or, with 0, for as long as it
+     * takes; does not wait for the calling thread itself then. Always gives the return value.
+     */
+    virtual long WaitFor(unsigned long timeout);
+    /**
+     * Ends the body wherever it is: what it has locked or allocated stays so, and C++ code with
+     * destructors may end the whole process when struck. The last resort.
+     */
+    virtual void Kill();
+    /**
+     * Does nothing unless the body runs. The priority counts as set even when the system refuses
+     * it. What is above PrioMaximum acts like PrioNormal, which is ordinary time sharing; all
+     * others are real-time priorities.
+     */
+    virtual void SetPriority(ThreadPriority priority);
+    [[nodiscard]] virtual ThreadPriority GetPriority() const;
+    /** The thread's own lock, for whatever its users share. */
+    virtual void Lock();
+    virtual void Unlock();
+    [[nodiscard]] virtual long GetReturnValue() const;
+    /** True while no body runs. */
+    [[nodiscard]] virtual bool GetSuspended() const;
+    /** The result of the last creation of a thread: 0 or an error number; -1 before the first. */
+    [[nodiscard]] virtual int GetHandle() const;
+    [[nodiscard]] virtual pthread_t GetThreadID() const;
+    [[nodiscard]] virtual pthread_mutex_t GetMutexID() const;
+
+    /** Creates a thread whether or not the body runs. Use Resume(), which calls this when needed. */
+    void ThCreate();
+    /** Where a created thread starts; `self` is its ThClass. */
+    static void *ThreadProc(void *self);
+
+protected:
+    /** What destructors do first; afterwards no thread touches the object any more. */
+    void endBody();
+
+private:
+    class Transition;
+
+    void create();
+    long run();
+    void leave();
+    void join();
+    [[nodiscard]] bool isOwnThread() const;
+    [[nodiscard]] bool isAbandoned();
+
+    Polled<bool> m_terminated{ false };
+    Polled<bool> m_suspended{ true };
+    Polled<bool> m_running{ false }; // also set when the creation of the thread has failed
+    Polled<long> m_returnValue{ 0 };
+    Polled<ThreadPriority> m_priority{ PrioNormal };
+    ThLockClass m_lock;
+    Polled<pthread_t> m_threadId{ pthread_t() };
+    Polled<int> m_handle{ -1 };
+
+    // Beginning and end of a thread are changes of state under this lock, which is held neither
+    // while anything is waited for nor while a virtual function of this class is called.
+    ThLockClass m_stateLock;
+    bool m_exists = false;    // m_threadId names a thread that has neither left nor been killed
+    bool m_joinable = false;  // m_threadId still has to be joined or detached
+    bool m_abandoned = false; // the destructor has begun
+    std::atomic<int> m_visitors{ 0 }; // threads that may still touch this object
+};
+
+class TmrClass;
+
+/** The thread of a timer. Polls once a millisecond, also while the timer is stopped. */
+class ThTimer : public ThClass
+{
+public:
+    /** `owner` embeds this object and is not owned by it. */
+    explicit ThTimer(TmrClass *owner);
+
+    void Execute() override;
+    ~ThTimer() override;
+
+private:
+    friend class TmrClass;
+
+    TmrClass *m_owner;
+};
+
+/**
+ * Calls OnTimer() on a thread of its own whenever an interval has passed since Start() or since
+ * the last OnTimer() returned: calls never overlap, and a slow one is not followed by others to
+ * catch up. An exception that leaves OnTimer() is dropped, the timer goes on.
+ *
+ * Start() and Stop() may be called from any thread that does not hold GetThread()'s lock, also
+ * from OnTimer(). A derived class must call Stop() and see to it that no OnTimer() is left before
+ * its own members go away. The destructor ends the thread as ThClass's does.
+ */
+class TmrClass
+{
+public:
+    TmrClass();
+    TmrClass(const TmrClass &) = delete;
+    TmrClass &operator=(const TmrClass &) = delete;
+
+    virtual void OnTimer() = 0;
+    /** True when an OnTimer() that takes long should give up: the timer is being destroyed. */
+    [[nodiscard]] virtual bool GetTerminated() const;
+    virtual ~TmrClass();
+    /** Counts anew when the timer is started. 0 is ignored; the interval is 1000 ms at first. */
+    virtual void SetInterval(unsigned long interval);
+    [[nodiscard]] virtual unsigned long GetInterval() const;
+    /** SetInterval() and Start(). */
+    virtual void Start(unsigned long interval);
+    /** Starts counting an interval, unless the timer is started already. */
+    virtual void Start();
+    /** No further OnTimer() begins. Does not wait for one that runs. */
+    virtual void Stop();
+    [[nodiscard]] virtual bool IsStarted() const;
+    /** For its priority and its lock; owned by the timer. */
+    [[nodiscard]] virtual ThClass *GetThread();
+
+private:
+    friend class ThTimer;
+
+    Polled<bool> m_started{ false };
+    TimeOutClass m_timeOut;
+    ThTimer m_thread; // last, so that it ends before what it uses
+};
+
+#endif
