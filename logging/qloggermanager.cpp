@@ -1,0 +1,55 @@
+#include "logging/qloggermanager.h"
+
+#include "logging/qloggerwriter.h"
+
+#include <array>
+#include <cstddef>
+#include <cstdlib>
+
+namespace QLogger {
+
+namespace {
+
+// In the order of LogLevel.
+constexpr std::array<const char *, 6> LEVEL_TEXTS{
+    "Trace", "Debug", "Info", "Warning", "Error", "Fatal",
+};
+
+} // namespace
+
+QLoggerManager *QLoggerManager::INSTANCE = nullptr;
+
+QLoggerManager *QLoggerManager::getInstance()
+{
+    static std::once_flag created;
+    std::call_once(created, [] { INSTANCE = new QLoggerManager; });
+    return INSTANCE;
+}
+
+bool QLoggerManager::addDestination(const QString &fileDest, const QStringList &modules,
+                                    LogLevel level)
+{
+    const CancellationHold hold;
+    const std::lock_guard guard(m_lock);
+    for (const QString &module : modules) {
+        if (m_moduleDestinations.contains(module))
+            continue;
+        m_moduleDestinations.insert(module, new QLoggerWriter(fileDest, level));
+        return true;
+    }
+    return false;
+}
+
+QString QLoggerManager::levelToText(const LogLevel &level)
+{
+    const auto index = static_cast<std::size_t>(level); // a negative value becomes a huge one
+    return index < LEVEL_TEXTS.size() ? QString::fromLatin1(LEVEL_TEXTS[index]) : QString();
+}
+
+void QLoggerManager::closeLogger()
+{
+    // The host asked to be ended. No lock is taken: another thread may hold it for long.
+    std::exit(0); // NOLINT(concurrency-mt-unsafe): meant to end the other threads too
+}
+
+} // namespace QLogger

@@ -1,0 +1,96 @@
+#include "logging/qloggerwriter.h"
+
+#include "logging/cancellationhold.h"
+#include "logging/qloggermanager.h"
+
+#include <QDateTime>
+#include <QDir>
+#include <QFile>
+#include <QTextStream>
+
+#include <mutex>
+
+namespace QLogger {
+
+namespace {
+
+constexpr qint64 LARGEST_SIZE_KEPT = 1048575; // bytes; one more is 1 MiB
+
+/**
+ * One lock for all writers, since two of them may share a file. Never destroyed: other threads may
+ * still be logging while exit() takes the process down.
+ */
+std::mutex &writeLock()
+{
+    static auto &lock = *new std::mutex;
+    return lock;
+}
+
+/** Opening in order to append seeks, of which Qt warns on stderr where the "file" is a device. */
+class LogFile : public QFile
+{
+public:
+    using QFile::QFile;
+    bool seek(qint64 offset) override { return isSequential() || QFile::seek(offset); }
+};
+
+/** Every message sees to it that the directory is there; nothing is ever put into it here. */
+void createLogsDirectory()
+{
+    const QString name = QStringLiteral("logs");
+    const QDir working(QDir::currentPath());
+    if (!working.exists(name))
+        working.mkdir(name);
+}
+
+/** The name under which a full log file now lies; empty when it was not full or did not move. */
+QString rotate(const QString &fileDestination)
+{
+    if (QFile(fileDestination).size() <= LARGEST_SIZE_KEPT)
+        return {};
+    const QString target = rotatedName(fileDestination, QDateTime::currentDateTime());
+    return QFile::rename(fileDestination, target) ? target : QString();
+}
+
+} // namespace
+
+QString rotatedName(const QString &fileDestination, const QDateTime &at)
+{
+    // Without any "." the index is -1, and left() takes everything.
+    const QString base = fileDestination.left(fileDestination.lastIndexOf(u'.'));
+    return base
+           + QStringLiteral("_%1__%2.log")
+                     .arg(at.toString(QStringLiteral("dd_MM_yy")),
+                          at.toString(QStringLiteral("hh_mm_ss")));
+}
+
+QLoggerWriter::QLoggerWriter(const QString &fileDestination, LogLevel level)
+    : m_fileDestination(fileDestination)
+    , m_level(level)
+{}
+
+void QLoggerWriter::write(const QString &module, const QString &message)
+{
+    const CancellationHold hold;
+    const std::lock_guard guard(writeLock());
+
+    createLogsDirectory();
+    if (m_fileDestination.isEmpty()) // no file has this name, and Qt would complain on stderr
+        return;
+    const QString previous = rotate(m_fileDestination);
+
+    LogFile file(m_fileDestination);
+    if (!file.open(QIODevice::ReadWrite | QIODevice::Append | QIODevice::Text))
+        return;
+
+    const QString now =
+            QDateTime::currentDateTime().toString(QStringLiteral("dd-MM-yyyy hh:mm:ss.zzz"));
+    QString text;
+    if (!previous.isEmpty())
+        text = QStringLiteral("%1 - Previous log %2\n").arg(now, previous);
+    text += QStringLiteral("[%1] [%2] {%3} %4\n")
+                    .arg(now, QLoggerManager::levelToText(getLogLevel()), module, message);
+    QTextStream(&file) << text; // as one piece, which reaches the file in one write
+}
+
+} // namespace QLogger
