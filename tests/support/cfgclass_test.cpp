@@ -5,7 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include <climits>
 #include <clocale>
 #include <ctime>
 #include <memory>
@@ -129,7 +128,7 @@ TEST(Ini, RefusesWithAnErrorCode)
         { "write lines", [](C c) { return c.WriteStr("s", "k", "\n[x]"); }, { 1, 1, 1 } },
         { "write no section", [](C c) { return c.WriteStr("", "k", "v"); }, { 5, 6, 3 } },
         { "write bracket", [](C c) { return c.WriteStr("a]", "k", "v"); }, { 5, 6, 3 } },
-        { "write comment", [](C c) { return c.WriteStr("new", ";k", "v"); }, { 5, 6, 3 } },
+        { "write two", [](C c) { return c.WriteStr("new", "k\nl", "v"); }, { 5, 6, 3 } },
         { "delete missing", [](C c) { return c.DeleteKey("s", "x"); }, { 5, 6, 1 } },
         { "save as null", [](C c) { return c.SaveAs(nullptr); }, { 1, 1, 1 } },
         { "full disk", [](C c) { return c.SaveAs("/dev/full"s); }, { 5, 6, 4 } },
@@ -179,26 +178,27 @@ TEST(Ini, TypesAndShapes)
 {
     const TempDir dir;
     CfgClass c;
-    ASSERT_TRUE(c.Open(written(dir.path + "in.ini", "[s]\na=\nk=\n")) && c.SetSection("s"));
+    ASSERT_TRUE(c.Open(written(dir.path + "in.ini", "[s]\na=\n")) && c.SetSection("s"));
     const std::string s = "s", k = "k", f = "f:ss", v = "f:09";
-    EXPECT_TRUE(c.WriteFloat("s", "k", 1, 0, 1) && c.ReadFloat(s, k, 0) == 1);
+    EXPECT_TRUE(c.WriteFloat("s", "k", 1, 5, 1) && c.ReadFloat(s, k, 0) == 1);
     EXPECT_TRUE(c.WriteFloat(s, k, 2, 0, 1) && c.ReadFloat("k", 0) == 2);
     EXPECT_TRUE(c.WriteFloat("k", 3, 0, 1) && c.ReadFloat(k, 0) == 3);
     EXPECT_TRUE(c.WriteFloat(k, 4, 0, 1) && c.ReadFloat("s", 1UL, 0) == 4);
     EXPECT_TRUE(c.WriteFloat("s", 1UL, 5, 0, 1) && c.ReadFloat(s, 1UL, 0) == 5);
     EXPECT_TRUE(c.WriteFloat(s, 1UL, 6, 0, 1) && c.ReadFloat(1UL, 0) == 6);
     EXPECT_TRUE(c.WriteFloat(1UL, 7, 6, 2) && c.ReadFloat("s", "k", 0) == 7);
-    EXPECT_EQ(contentOf(c.GetFileName()), "[s]\na=\nk =    7.0");
+    EXPECT_EQ(contentOf(c.GetFileName()), "[s]\na=\nK =    7.0");
     EXPECT_TRUE(c.WriteStr(1UL, v) && c.ReadStr(1UL, "") == v && c.ReadStr(1UL, k) == v);
     EXPECT_EQ(c.ReadDateTime(s, 1UL, f, 8), StrToDateTimeDef("09", "ss", 9));
     EXPECT_TRUE(c.WriteBool("k", true) && c.ReadStr("k", "") == "1" && c.ReadBool("k", false));
-    EXPECT_TRUE(c.WriteInt("k", 1L << 63) && c.ReadInt("k", 7) == LONG_MIN && c.ReadBool(k, false));
-    EXPECT_TRUE(c.WriteUInt("k", ULONG_MAX) && c.ReadInt("k", 7) == -1);
+    EXPECT_TRUE(c.WriteInt("k", -5L << 60) && c.ReadInt("k", 7) == -5L << 60);
+    EXPECT_TRUE(c.WriteUInt("k", ~0UL) && c.ReadInt("k", 7) == -1 && c.ReadBool("k", false));
     EXPECT_TRUE(c.WriteStr("k", "true") && c.ReadBool("k", true) && !c.ReadBool("k", false));
     EXPECT_TRUE(c.WriteDateTime("k", "-yyyy", 1L << 30) && c.ReadStr("k", "") == "-2004");
     EXPECT_FALSE(c.WriteDateTime("k", "yy", 1L << 60) || c.GetErrorCode() != 1);
     EXPECT_TRUE(c.DeleteKey(0UL) && c.GetKeyCount() == 1 && c.EraseSection() && !c.SectionExists());
     EXPECT_TRUE(!c.SetSection("u") && c.WriteStr("k", "v") && c.ReadStr("u", "k", "") == "v");
+    EXPECT_TRUE(c.Close() && c.GetSection().empty());
 }
 
 TEST(DateText, Formats)
@@ -227,7 +227,7 @@ TEST(DateText, Formats)
 TEST(Ini, EditsLikeAMap)
 {
     const TempDir dir;
-    const std::string file = dir.path + "in.ini", names = "ABCD";
+    const std::string file = dir.path + "in.ini", names = "ABCDEFGH";
     for (unsigned int seed = 0; seed < 300; ++seed) {
         std::mt19937 random(seed);
         const auto pick = [&random](std::size_t below) { return random() % below; };
@@ -235,8 +235,9 @@ TEST(Ini, EditsLikeAMap)
         Model model;
         std::string text, section;
         for (auto lines = pick(40); lines > 0; --lines) {
-            const std::string name = names.substr(pick(4), 1), value = std::to_string(random());
             const auto kind = pick(8);
+            const std::string name = names.substr(pick(kind < 2 ? 3 : 8), 1),
+                              value = std::to_string(random());
             text += kind < 6 ? "" : "; c\njunk\n";
             if (kind < 2) {
                 text += " [" + spelled(name) + " ]\n";
@@ -248,10 +249,10 @@ TEST(Ini, EditsLikeAMap)
         }
         std::unique_ptr<CfgClass> c(seed % 2 == 0 ? new CfgClass : new RegCfgClass);
         ASSERT_TRUE(c->Open(written(file, text)));
-        c->SetCached(seed % 8 != 0);
-        for (int edits = 0; edits < 30; ++edits) {
-            const std::string key = names.substr(pick(4), 1), value = std::to_string(random());
-            section = model.contains("") && pick(4) == 0 ? "" : names.substr(pick(4), 1);
+        c->SetCached(seed % 16 != 0);
+        for (int edits = 0; edits < 40; ++edits) {
+            const std::string key = names.substr(pick(8), 1), value = std::to_string(random());
+            section = model.contains("") && pick(4) == 0 ? "" : names.substr(pick(3), 1);
             const std::string s = spelled(section), k = spelled(key);
             if (const auto kind = pick(10); kind == 0)
                 ASSERT_EQ(c->EraseSection(s), model.erase(section) > 0);
