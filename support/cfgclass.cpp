@@ -116,7 +116,7 @@ CfgClass::CfgClass()
 
 CfgClass::~CfgClass()
 {
-    CfgClass::Close();
+    CfgClass::SaveFile();
 }
 
 bool CfgClass::succeed()

@@ -20,7 +20,7 @@
  * Every operation leaves an error code, and tells with it, never with an exception, that it
  * failed. Loading a file with bad lines takes the good ones and counts as success.
  * Every write rewrites the file at once, unless SetCached(true) puts that off; a write that fails
- * keeps the change in memory, and the next one tries again. The destructor closes the file.
+ * keeps the change in memory, and the next one tries again. The destructor saves like Close().
  * A value or name must not hold a line feed. A value that holds a bracket is written, but no later
  * load accepts its line.
  *
@@ -141,7 +141,8 @@ public:
     virtual unsigned long GetSectionCount();
     virtual std::string GetSectionName(unsigned long index);
 
-    // Keys. Numbers count in the order of the names, from 0.
+    // Keys. Numbers count in the order of the names, from 0, which as a literal is 0UL: a bare 0
+    // would be a null name as well.
 
     virtual bool KeyExists(const char *section, const char *key);
     virtual bool KeyExists(const std::string &section, const std::string &key);

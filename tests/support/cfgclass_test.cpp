@@ -5,8 +5,8 @@
 
 #include <gtest/gtest.h>
 
-#include <clocale>
 #include <ctime>
+#include <locale>
 #include <memory>
 #include <random>
 #include <sstream>
@@ -52,7 +52,7 @@ TEST(Ini, Grammar)
         { "[caf\xe9]\nn\xff=\xfe\n", "0 0 [caf\xe9]n\xff=\xfe;" }, // another encoding
     };
     const TempDir dir;
-    std::setlocale(LC_ALL, "de_DE.UTF-8");
+    std::locale::global(std::locale("de_DE.UTF-8"));
     for (const auto &[text, result] : rows) {
         CfgClass config;
         EXPECT_TRUE(config.Open(written(dir.path + "in.ini", text)));
@@ -66,7 +66,7 @@ TEST(Ini, Grammar)
         EXPECT_EQ(found.str(), result) << text;
         EXPECT_TRUE(config.Close() && contentOf(dir.path + "in.ini") == text) << text;
     }
-    std::setlocale(LC_ALL, "C");
+    std::locale::global(std::locale::classic());
 }
 
 TEST(Ini, RewritesOnlyWhatChanged)
@@ -203,6 +203,7 @@ TEST(Ini, TypesAndShapes)
 
 TEST(DateText, Formats)
 {
+    // NOLINTBEGIN(concurrency-mt-unsafe): this program has one thread
     const char *const FULL = "hh:nn:ss dd.mm.yyyy";
     setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
     EXPECT_EQ(StrToDateTimeDef("d 15-07-68 12", "d dd-mm-yy hh", -99), 3109572000); // summer time
@@ -222,6 +223,7 @@ TEST(DateText, Formats)
         const long other = StrToDateTimeDef(text, FULL, -99);
         ASSERT_TRUE(other == -99 || DateTimeToStr(other, FULL) == text) << text;
     }
+    // NOLINTEND(concurrency-mt-unsafe)
 }
 
 TEST(Ini, EditsLikeAMap)
@@ -290,6 +292,7 @@ TEST(Ini, LargeFilesTakeNoQuadraticTime)
 {
     constexpr unsigned long KEYS = 200'000;
     const TempDir dir;
+    // NOLINTNEXTLINE(bugprone-string-constructor): it is meant to be that long
     const std::string bad(10'000'000, '='), kept = "[s]\n" + bad;
     std::string text = kept + "\nlong=" + bad;
     for (unsigned long i = 0; i < KEYS; ++i)
