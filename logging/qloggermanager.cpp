@@ -5,6 +5,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdlib>
+#include <mutex>
 
 namespace QLogger {
 
@@ -14,6 +15,7 @@ namespace {
 constexpr std::array<const char *, 6> LEVEL_TEXTS{
     "Trace", "Debug", "Info", "Warning", "Error", "Fatal",
 };
+static_assert(LEVEL_TEXTS.size() == static_cast<std::size_t>(LogLevel::Fatal) + 1);
 
 } // namespace
 

@@ -8,6 +8,7 @@
 #include <QFile>
 #include <QTextStream>
 
+#include <exception>
 #include <mutex>
 
 namespace QLogger {
@@ -73,12 +74,18 @@ void QLoggerWriter::write(const QString &module, const QString &message)
 {
     const CancellationHold hold;
     const std::lock_guard guard(writeLock());
+    try {
+        createLogsDirectory();
+        if (!m_fileDestination.isEmpty()) // no file has this name, and Qt would warn of it
+            append(module, message);
+    } catch (const std::exception &) {
+        // Out of memory. Callers log from their own exception handlers: the message is lost.
+    }
+}
 
-    createLogsDirectory();
-    if (m_fileDestination.isEmpty()) // no file has this name, and Qt would complain on stderr
-        return;
+void QLoggerWriter::append(const QString &module, const QString &message) const
+{
     const QString previous = rotate(m_fileDestination);
-
     LogFile file(m_fileDestination);
     if (!file.open(QIODevice::ReadWrite | QIODevice::Append | QIODevice::Text))
         return;

@@ -17,8 +17,8 @@ namespace QLogger {
  * open or in memory between two messages: a line is on disk when write() returns, and the file may
  * be moved or removed from outside at any time.
  *
- * Any thread may call anything at any time. No operation reports an error or throws because of the
- * file: a message that cannot be written is lost.
+ * Any thread may call anything at any time. No operation reports an error, and write() throws
+ * nothing: a message that cannot be written is lost.
  */
 class QLoggerWriter : public QObject
 {
@@ -41,6 +41,8 @@ public:
     [[nodiscard]] LogLevel getLogLevel() const { return m_level.load(std::memory_order_relaxed); }
 
 private:
+    void append(const QString &module, const QString &message) const;
+
     const QString m_fileDestination;
     std::atomic<LogLevel> m_level;
 };
