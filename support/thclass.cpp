@@ -272,7 +272,7 @@ void ThClass::Kill()
         m_suspended = true;
         m_running = false;
     }
-    OnTerminate();
+    OnTerminate(); // NOLINT(*.VirtualCall): this class's own when the destructor kills
     if (suicide)
         pthread_cancel(pthread_self());
 }

@@ -103,8 +103,8 @@ private:
  * Resume() tries again.
  *
  * The destructor asks the body to end, waits for up to ten seconds and then kills it. By then the
- * derived part is gone: a body that uses it must have ended before, at the latest in the derived
- * destructor. A thread cannot destroy its own object.
+ * derived part is gone: when the body uses that, the derived destructor calls endBody() first. A
+ * thread cannot destroy its own object.
  */
 class ThClass
 {
@@ -172,7 +172,7 @@ public:
     static void *ThreadProc(void *self);
 
 protected:
-    /** What destructors do first; afterwards no thread touches the object any more. */
+    /** Ends the body as the destructor does. No thread touches the object any more afterwards. */
     void endBody();
 
 private:
