@@ -1,0 +1,363 @@
+// The client against the simulated suite library and a cloud on loopback, run by run. The program
+// copies itself into a directory of its own first: the installation directory is its program's.
+
+#include "devkit/loopbackserver.h"
+#include "logging/qlogger.h"
+#include "model/computer.h"
+#include "model/devicestatus.h"
+#include "plugin/constants.h"
+#include "plugin/dlpelcloud.h"
+#include "support/config.h"
+#include "tests/support/tempdir.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <spawn.h>
+#include <sys/wait.h>
+
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QRegularExpression>
+#include <QUrlQuery>
+
+namespace {
+
+namespace fs = std::filesystem;
+using Lines = std::vector<std::string>;
+
+constexpr const char *INSIDE = "PELCLOUD_TEST_IS_INSIDE";
+
+/** A client whose runs come when the test says so. */
+class Client : public PelCloudClient
+{
+public:
+    using PelCloudClient::auth;
+    using PelCloudClient::logLevelText;
+    using PelCloudClient::OnTimer;
+};
+
+/** An installation directory, a log at Info, and a cloud that answers tokens as it is told. */
+class ClientTest : public testing::Test
+{
+protected:
+    ClientTest()
+    {
+        GoogleAuth::GOOGLE_OAUTH2_GET_TOKEN = server.url("/oauth2/v4/token").toString();
+        QLogger::QLoggerManager::getInstance()->addDestination(QString::fromStdString(log),
+                                                               { Constants::LOG_MODULE_NAME },
+                                                               QLogger::LogLevel::Info);
+        logWriter()->setLogLevel(QLogger::LogLevel::Info);
+        client.setInterval(3600 * 1000);
+        fs::remove_all(home + "pelcloud.json");
+        messages();
+    }
+    ~ClientTest() override { client.stop(); }
+
+    static QLogger::QLoggerWriter *logWriter()
+    {
+        return QLogger::QLoggerManager::getInstance()->getLogWriter(Constants::LOG_MODULE_NAME);
+    }
+    void scenario(const std::string &text) const { std::ofstream(home + "scenario.ini") << text; }
+    void config(QJsonObject object) const
+    {
+        object.insert("home", server.url("").toString());
+        object.insert("cpid", "pc1");
+        writeConfig(QJsonDocument(object).toJson().toStdString());
+    }
+    void writeConfig(const std::string &text) const
+    {
+        std::ofstream(home + "pelcloud.json", std::ios::binary) << text;
+    }
+    QJsonObject configOnDisk() { return client.readConfig(); }
+
+    /** What one run sends: a line a request, "PUT /path" and so on. */
+    Lines run()
+    {
+        {
+            const std::lock_guard lock(mutex);
+            requests.clear();
+        }
+        client.OnTimer();
+        const std::lock_guard lock(mutex);
+        Lines lines;
+        for (const auto &request : requests)
+            lines.push_back(request.head.substr(0, request.head.find(" HTTP/")));
+        return lines;
+    }
+    QJsonObject body(std::size_t request)
+    {
+        const std::lock_guard lock(mutex);
+        return QJsonDocument::fromJson(requests.at(request).body.c_str()).object();
+    }
+    qsizetype samples(std::size_t request)
+    {
+        return body(request)["vars"].toObject()["sampVInput"].toArray().size();
+    }
+    /** The log's messages since the last call; the directory reads as HOME. */
+    Lines messages()
+    {
+        std::ifstream file(log);
+        Lines lines;
+        for (std::string line; std::getline(file, line);) {
+            line.erase(0, line.find("} ") + 2);
+            if (const auto at = line.find(home); at != std::string::npos)
+                line.replace(at, home.size(), "HOME/");
+            lines.push_back(line);
+        }
+        std::ofstream(log, std::ios::trunc);
+        return lines;
+    }
+
+    const std::string home = GetPelorinPath();
+    const std::string log = home + "pelcloud.log";
+    std::mutex mutex;
+    std::string tokenAnswer = R"({"access_token":"s3cr3t-a","expires_in":3600})";
+    std::vector<LoopbackServer::Request> requests;
+    LoopbackServer server{ [this](int socket, const LoopbackServer::Request &request) {
+        const std::lock_guard lock(mutex);
+        requests.push_back(request);
+        const bool isToken = request.path == "/oauth2/v4/token";
+        return LoopbackServer::reply(socket, isToken ? tokenAnswer : "{}");
+    } };
+    Client client;
+};
+
+const std::string TOKEN = "POST /oauth2/v4/token";
+const std::string PUT = "PUT /_ah/api/pelorin/v1/mon/pc1";
+const std::string POST = "POST /_ah/api/pelorin/v1/mon/pc1/device/";
+
+TEST_F(ClientTest, StartSaysWhatFailed)
+{
+    fs::rename(home + "upscli.so", home + "away");
+    EXPECT_EQ(client.stop(), 0);
+    EXPECT_EQ(client.start(), 4);
+    EXPECT_EQ(client.stop(), 0);
+    fs::rename(home + "away", home + "upscli.so");
+    scenario("cli-start-fails = yes\n");
+    EXPECT_EQ(client.start(), 5);
+    EXPECT_EQ(client.stop(), 0);
+    scenario("");
+    EXPECT_EQ(client.start(), 0);
+    EXPECT_EQ(client.stop(), 0);
+    EXPECT_EQ(messages(),
+              (Lines{ "Loading library 'HOME/upscli.so'.", "Error loading 'HOME/upscli.so'.",
+                      "Loading library 'HOME/upscli.so'.", "Starting library 'HOME/upscli.so'.",
+                      "Error starting 'HOME/upscli.so'.", "Unloading upscli library.",
+                      "Loading library 'HOME/upscli.so'.", "Starting library 'HOME/upscli.so'.",
+                      "Stopping upscli library.", "Unloading upscli library." }));
+}
+
+TEST_F(ClientTest, ARunReportsComputerAndUnits)
+{
+    scenario("units = 2\n[unit *]\nsamples = 3\n");
+    config({ { "rtk", "s3cr3t-r" }, { "log", "info" } });
+    ASSERT_EQ(client.start(), 0);
+    messages();
+    const Lines requestsOfARun{ TOKEN, PUT, POST + "000", PUT, POST + "001" };
+    EXPECT_EQ(run(), requestsOfARun);
+    EXPECT_EQ(body(1).keys(), (QStringList{ "id", "os", "ver" }));
+    EXPECT_EQ(body(1)["id"], "pc1");
+    EXPECT_EQ(samples(2), 3);
+    EXPECT_EQ(samples(4), 6); // added to the first unit's
+    EXPECT_NE(requests[2].head.find("\r\nAuthorization: Bearer s3cr3t-a\r\n"
+                                    "Content-Type: application/json\r\n"),
+              std::string::npos);
+    const std::string url = server.url("").toString().toStdString();
+    const Lines logged = messages();
+    EXPECT_EQ(Lines(logged.begin(), logged.begin() + 8),
+              (Lines{ "UPSSrvGetVersionInfo...", "postDataFromComputer...",
+                      "Computer: Os: Linux 6.1.0 x86_64, Ver: 6.3.0",
+                      "HTTP PUT " + url + "/_ah/api/pelorin/v1/mon/pc1 OK.", "UPSSrvGetState(0)...",
+                      "postDataFromDevice...", "Device: Name: Server room, Fam: 10, Mod: 2",
+                      "HTTP POST " + url + "/_ah/api/pelorin/v1/mon/pc1/device/000 OK." }));
+    // The next run renews the token again, and its samples start anew.
+    EXPECT_EQ(run(), requestsOfARun);
+    EXPECT_EQ(samples(2), 3);
+}
+
+TEST_F(ClientTest, AFailedCallSkipsOnlyItsOwnRequest)
+{
+    const std::pair<const char *, Lines> rows[] = {
+        { "units = 2\n[unit 0]\nversion-fails = yes\n",
+          { TOKEN, POST + "000", PUT, POST + "001" } },
+        { "units = 2\n[unit 0]\nstate-fails = yes\n", { TOKEN, PUT, PUT, POST + "001" } },
+        { "count-zero = yes\n", {} },
+    };
+    config({ { "rtk", "s3cr3t-r" } });
+    for (const auto &[text, expected] : rows) {
+        scenario(text);
+        ASSERT_EQ(client.start(), 0);
+        EXPECT_EQ(run(), expected) << text;
+        client.stop();
+        EXPECT_EQ(run(), Lines()) << "after a stop";
+    }
+}
+
+TEST_F(ClientTest, TheDeviceGrantRewritesTheConfiguration)
+{
+    scenario("units = 1\n");
+    config({ { "code", "s3cr3t-c" }, { "log", "debug" }, { "note", "lost" } });
+    ASSERT_EQ(client.start(), 0);
+    tokenAnswer = R"({"error":"authorization_pending"})";
+    EXPECT_EQ(run(), (Lines{ TOKEN, TOKEN })); // each request tries anew
+    EXPECT_EQ(configOnDisk()["note"], "lost");
+    EXPECT_EQ(QUrlQuery(QString::fromStdString(requests[0].body)).queryItemValue("code"),
+              "s3cr3t-c");
+
+    tokenAnswer = R"({"access_token":"s3cr3t-a","expires_in":3600,"refresh_token":"s3cr3t-r"})";
+    EXPECT_EQ(run(), (Lines{ TOKEN, PUT, POST + "000" }));
+    const QJsonObject written = configOnDisk();
+    EXPECT_EQ(written.keys(),
+              (QStringList{ "cid", "code", "cpid", "csec", "home", "interval", "log", "rtk" }));
+    EXPECT_TRUE(written["rtk"] == "s3cr3t-r" && written["log"] == "debug");
+    EXPECT_EQ(run(), (Lines{ TOKEN, PUT, POST + "000" }));
+    EXPECT_EQ(QUrlQuery(QString::fromStdString(requests[0].body)).queryItemValue("grant_type"),
+              "refresh_token");
+
+    config({});
+    EXPECT_EQ(run(), Lines()); // nothing to sign in with
+}
+
+TEST_F(ClientTest, ABadConfigurationKeepsWhatIsHeld)
+{
+    const Lines opening{ "Error opening config file 'HOME/pelcloud.json'." };
+    const Lines reading{ "Error reading config file 'HOME/pelcloud.json'." };
+    const std::string path = home + "pelcloud.json";
+    const struct
+    {
+        const char *name;
+        std::function<void()> make;
+        int result;
+        Lines messages;
+    } rows[] = {
+        { "missing", [] {}, 2, opening },
+        { "directory", [&] { fs::create_directory(path); }, 2, opening },
+        { "pipe", [&] { ::mkfifo(path.c_str(), 0600); }, 2, opening },
+        { "empty", [&] { writeConfig(""); }, 2, reading },
+        { "no JSON", [&] { writeConfig("{\"log\""); }, 2, {} },
+        { "array", [&] { writeConfig("[1]"); }, 2, {} },
+        { "empty object", [&] { writeConfig("{}"); }, 2, {} },
+        { "deep", [&] { writeConfig("{\"a\":" + std::string(5000, '[')); }, 2, {} },
+        { "invalid UTF-8", [&] { writeConfig("{\"log\":\"\xff\"}"); }, 2, {} },
+        { "100 MB",
+          [&] { writeConfig("{\"a\":\"" + std::string(100000000, 'x') + "\"}"); },
+          0,
+          {} },
+        { "only a level", [&] { writeConfig("{\"log\":\"debug\"}"); }, 0, {} },
+    };
+    for (const auto &row : rows) {
+        fs::remove_all(path);
+        client.auth().getToken().setComputerId("held");
+        row.make();
+        EXPECT_EQ(client.readConfigFromFile(), row.result) << row.name;
+        EXPECT_EQ(messages(), row.messages) << row.name;
+        EXPECT_EQ(client.auth().getToken().getComputerId(), row.result == 0 ? "" : "held")
+                << row.name;
+    }
+    EXPECT_EQ(client.logLevelText(), "debug");
+
+    fs::remove_all(path);
+    fs::create_symlink("/dev/full", path);
+    EXPECT_EQ(client.writeConfigToFile(), 2);
+    fs::remove(path);
+    fs::create_directory(path);
+    EXPECT_EQ(client.writeConfigToFile(), 2);
+    EXPECT_EQ(messages(), (Lines{ "Error writing config file 'HOME/pelcloud.json'.",
+                                  "Error opening (to write) config file 'HOME/pelcloud.json'." }));
+}
+
+TEST_F(ClientTest, TheLogFollowsTheConfiguration)
+{
+    const std::pair<const char *, QLogger::LogLevel> rows[] = {
+        { "error", QLogger::LogLevel::Error },   { "Warning", QLogger::LogLevel::Warning },
+        { "INFO", QLogger::LogLevel::Info },     { "debug", QLogger::LogLevel::Debug },
+        { "trace", QLogger::LogLevel::Trace },   { "fatal", QLogger::LogLevel::Fatal },
+        { "verbose", QLogger::LogLevel::Fatal }, { "", QLogger::LogLevel::Fatal },
+    };
+    for (const auto &[text, level] : rows) {
+        config({ { "log", text } });
+        client.OnTimer();
+        EXPECT_EQ(logWriter()->getLogLevel(), level) << text;
+    }
+    config({ { "log", "info" } });
+    client.OnTimer();
+    fs::remove(home + "pelcloud.json");
+    client.OnTimer();
+    EXPECT_EQ(logWriter()->getLogLevel(), QLogger::LogLevel::Info); // stays as it was
+}
+
+TEST_F(ClientTest, AStopDoesNotWaitForTheLibrary)
+{
+    scenario("units = 1\nstop-delay-ms = 3000\n[unit 0]\ndelay-ms = 3000\n");
+    config({ { "rtk", "s3cr3t-r" }, { "log", "info" } });
+    ASSERT_EQ(client.start(), 0);
+    messages();
+    auto running = std::async(std::launch::async, [this] { client.OnTimer(); });
+    while (fs::file_size(log) == 0) // until "UPSSrvGetVersionInfo..."
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    const auto before = std::chrono::steady_clock::now();
+    EXPECT_EQ(client.stop(), 0);
+    EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::milliseconds(2500));
+    running.get(); // returns from the call into code that must still be there
+    EXPECT_EQ(run(), Lines());
+}
+
+TEST(Library, EntriesLiveAsLongAsACopy)
+{
+    const std::string path = GetPelorinPath() + "upscli.so";
+    fs::remove(GetPelorinPath() + "scenario.ini");
+    UpsCliDL library;
+    EXPECT_FALSE(library.Load("") || library.Load(nullptr) || library.Load("/nowhere.so"));
+    EXPECT_FALSE(library.GetLastErrorStr().empty());
+    ASSERT_TRUE(library.Load(path));
+    EXPECT_NE(library.ParseUPSState, nullptr);
+    const UpsCliDL copy = library;
+    EXPECT_TRUE(library.Unload());
+    EXPECT_TRUE(!library.IsLoaded() && library.CliStart == nullptr);
+    void *const handle = copy.CliStart();
+    EXPECT_EQ(copy.GetServerCount(handle), 3UL);
+    copy.CliStop(handle);
+    ASSERT_TRUE(library.Load("libc.so.6")); // lacks every entry
+    EXPECT_EQ(library.CliStart, nullptr);
+}
+
+TEST(EntryPoints, RefuseNothingness)
+{
+    void *service = nullptr;
+    EXPECT_EQ(SrvStart(nullptr), 0);
+    EXPECT_EQ(SrvStop(nullptr), 1);
+    EXPECT_EQ(SrvStop(&service), 1);
+}
+
+/** Runs this program once more, from a directory of its own that holds the suite's library. */
+int runInside(char **argv)
+{
+    const TempDir directory;
+    const std::string program = directory.path + "test";
+    fs::copy_file("/proc/self/exe", program);
+    fs::copy_file(PELCLOUD_UPSCLI, directory.path + "upscli.so");
+    ::setenv(INSIDE, "yes", 1); // NOLINT(concurrency-mt-unsafe): the only thread
+    pid_t child = 0;
+    int status = 0;
+    if (posix_spawn(&child, program.c_str(), nullptr, nullptr, argv, environ) != 0
+        || waitpid(child, &status, 0) != child)
+        return 1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 1;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    const bool isInside = std::getenv(INSIDE) != nullptr; // NOLINT(concurrency-mt-unsafe)
+    std::vector<char *> arguments(argv, argv + argc + 1); // before GoogleTest takes its own out
+    testing::InitGoogleTest(&argc, argv);
+    if (fs::exists("/etc/pelorin.conf") && !testing::GTEST_FLAG(list_tests)) {
+        std::puts("A suite is installed here (/etc/pelorin.conf); its files are not for tests.");
+        return 1;
+    }
+    return isInside || testing::GTEST_FLAG(list_tests) ? RUN_ALL_TESTS()
+                                                       : runInside(arguments.data());
+}
