@@ -82,12 +82,23 @@ const std::string &folded(const std::string &name, std::string &room)
     return isFolded(name) ? name : (room = LocaleUpperCase(name));
 }
 
+using std::filesystem::file_type;
+
+file_type typeOf(const std::string &name)
+{
+    std::error_code ignored; // what cannot be told apart cannot be opened either
+    return std::filesystem::status(name, ignored).type();
+}
+
+bool isPipe(const std::string &name)
+{
+    return typeOf(name) == file_type::fifo;
+}
+
 /** Devices and pipes can be without an end or a beginning; they are not read. */
 bool isSpecialFile(const std::string &name)
 {
-    using std::filesystem::file_type;
-    std::error_code ignored; // what cannot be told apart cannot be opened either
-    const file_type type = std::filesystem::status(name, ignored).type();
+    const file_type type = typeOf(name);
     return type == file_type::character || type == file_type::block || type == file_type::fifo
            || type == file_type::socket;
 }
@@ -157,27 +168,27 @@ typename Map::iterator CfgClass::Cursor<Map>::find(Map &map, unsigned long index
     const bool fromEnd = index > map.size() / 2;
     Pos item = fromEnd ? map.end() : map.begin();
     long steps = stepsFrom(fromEnd ? map.size() : 0);
-    if (m_map == &map && std::abs(stepsFrom(m_index)) < std::abs(steps)) {
+    if (m_isSet && std::abs(stepsFrom(m_index)) < std::abs(steps)) {
         item = m_item;
         steps = stepsFrom(m_index);
     }
     std::advance(item, steps);
-    m_map = &map;
+    m_isSet = true;
     m_index = index;
     return m_item = item;
 }
 
 template <class Map>
-void CfgClass::Cursor<Map>::inserted(const Map &map, Pos item)
+void CfgClass::Cursor<Map>::inserted(Pos item)
 {
-    if (m_map == &map && item->first < m_item->first)
+    if (m_isSet && item->first < m_item->first)
         ++m_index;
 }
 
 template <class Map>
-void CfgClass::Cursor<Map>::removing(const Map &map, Pos item)
+void CfgClass::Cursor<Map>::removing(Pos item)
 {
-    if (m_map != &map || item->first > m_item->first)
+    if (!m_isSet || item->first > m_item->first)
         return;
     if (m_index == 0) {
         reset();
@@ -237,6 +248,8 @@ bool CfgClass::SaveFile()
 
 bool CfgClass::writeLines(const std::string &name) const
 {
+    if (isPipe(name))
+        return false; // it would wait for a reader
     std::ofstream file(name, std::ios::binary | std::ios::trunc);
     std::string_view separator;
     for (const std::string &line : m_lines) {
@@ -252,7 +265,6 @@ void CfgClass::ClearReadCache()
     m_sections.clear();
     m_currentSection = m_sections.end();
     m_sectionCursor.reset();
-    m_keyCursor.reset();
 }
 
 void CfgClass::ClearWriteCache()
@@ -320,7 +332,7 @@ bool CfgClass::InsertSection(const std::string &name, LinePos line, bool newLine
     if (!inserted)
         return fail(NOT_INSERTED);
 
-    m_sectionCursor.inserted(m_sections, section);
+    m_sectionCursor.inserted(section);
     m_currentSection = section;
     if (newLine)
         line = m_lines.insert(m_lines.end(), headerLine(writtenName(name)));
@@ -342,7 +354,7 @@ bool CfgClass::InsertKey(const std::string &key, const std::string &value, Secti
     if (record.keys.size() == before)
         return fail(NOT_INSERTED);
 
-    m_keyCursor.inserted(record.keys, at);
+    record.cursor.inserted(at);
     if (newLine)
         line = m_lines.insert(newKeyPosition(record), keyLine(writtenName(key), value));
     at->second.value = TrimmedView(value);
@@ -392,7 +404,7 @@ void CfgClass::rewriteKey(KeyRec &key, const std::string &value)
 
 void CfgClass::removeKey(SectRec &section, KeyPos key)
 {
-    m_keyCursor.removing(section.keys, key);
+    section.cursor.removing(key);
     for (const LinePos line : key->second.repeated)
         m_lines.erase(line);
     m_lines.erase(key->second.line);
@@ -407,7 +419,7 @@ void CfgClass::removeSection(SectionPos section)
         removeKey(record, record.keys.begin());
     for (const LinePos header : record.headers)
         m_lines.erase(header, std::find_if(std::next(header), m_lines.end(), isHeader));
-    m_sectionCursor.removing(m_sections, section);
+    m_sectionCursor.removing(section);
     m_currentSection = m_sections.end();
     m_sections.erase(section);
 }
@@ -461,11 +473,8 @@ bool CfgClass::Close()
 
 bool CfgClass::SaveAs(const char *name)
 {
-    if (!isGiven(name))
-        return fail(NOT_SAVED_AS);
-    if (!isWritable(true))
-        return false; // without its lines a file that was opened for reading has no copy
-    if (!writeLines(name))
+    // A file that was opened for reading has no lines to write.
+    if (!isGiven(name) || !isWritable(true) || !writeLines(name))
         return fail(NOT_SAVED_AS);
     m_fileName = name;
     m_modified = false;
@@ -582,7 +591,7 @@ std::string CfgClass::GetKeyName(const char *section, unsigned long index)
         fail(BAD_ARGUMENT);
         return {};
     }
-    return m_keyCursor.find(found->second.keys, index)->first;
+    return found->second.cursor.find(found->second.keys, index)->first;
 }
 
 // Typed reads and writes.

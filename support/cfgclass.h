@@ -21,7 +21,8 @@
  * failed. Loading a file with bad lines takes the good ones and counts as success.
  * Every write rewrites the file at once, unless SetCached(true) puts that off; a write that fails
  * keeps the change in memory, and the next one tries again. The destructor saves like Close().
- * A value or name must not hold a line feed. A value that holds a bracket is written, but no later
+ * A value that holds a line feed is refused with error 1, a name that no load would give back with
+ * error 3. A value that holds a bracket is written, but no later
  * load accepts its line.
  *
  * An object may be used by one thread at a time. It owns no open file between two operations.
@@ -46,6 +47,28 @@ public:
     CfgClass(const CfgClass &) = delete;
     CfgClass &operator=(const CfgClass &) = delete;
 
+private:
+    /**
+     * Finds items of one map by number. Starts from the item last found, from where the next one is
+     * seldom far, and follows it through insertions and removals.
+     */
+    template <class Map>
+    class Cursor
+    {
+    public:
+        using Pos = typename Map::iterator;
+
+        Pos find(Map &map, unsigned long index);
+        void inserted(Pos item);
+        void removing(Pos item);
+        void reset() { m_isSet = false; }
+
+    private:
+        bool m_isSet = false;
+        unsigned long m_index = 0;
+        Pos m_item;
+    };
+
 protected:
     using Lines = std::list<std::string>;
     using LinePos = Lines::iterator; // stable; the end stands for no line
@@ -65,6 +88,7 @@ protected:
         Keys keys;
         std::vector<LinePos> headers;
         std::list<LinePos> keyLines; // in file order: a new key goes behind the last
+        Cursor<Keys> cursor;
     };
     using Sections = std::map<std::string, SectRec>;
     using SectionPos = Sections::iterator;
@@ -112,7 +136,7 @@ public:
     virtual bool OpenReadOnly(const std::string &name);
     /** Saves what is not yet saved and forgets the file in any case. False when saving failed. */
     virtual bool Close();
-    /** Writes all lines under another name and goes on with it, or fails and keeps the old one. */
+    /** Writes all lines under another name and goes on with it; error 4, and the old name, if not. */
     virtual bool SaveAs(const char *name);
     virtual bool SaveAs(const std::string &name);
     [[nodiscard]] virtual std::string GetFileName() const;
@@ -284,27 +308,6 @@ public:
     [[nodiscard]] virtual std::uint64_t GetErrorLine() const;
 
 private:
-    /**
-     * Finds a map's items by number. Starts from the item last found, from where the next one is
-     * seldom far, and follows it through insertions and removals.
-     */
-    template <class Map>
-    class Cursor
-    {
-    public:
-        using Pos = typename Map::iterator;
-
-        Pos find(Map &map, unsigned long index);
-        void inserted(const Map &map, Pos item);
-        void removing(const Map &map, Pos item);
-        void reset() { m_map = nullptr; }
-
-    private:
-        const Map *m_map = nullptr; // null: nothing found yet
-        unsigned long m_index = 0;
-        Pos m_item;
-    };
-
     /** Checks what every operation on the file's content needs. */
     bool isOpen(bool argumentsGiven);
     bool isWritable(bool argumentsGiven);
@@ -330,7 +333,6 @@ private:
     KeyPos m_currentKey;
     std::string m_selectedSection;
     Cursor<Sections> m_sectionCursor;
-    Cursor<Keys> m_keyCursor;
     bool m_cached = false;
     std::int32_t m_errorCode = SUCCESS;
     std::uint64_t m_errorLine = 0;
