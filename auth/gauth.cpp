@@ -38,10 +38,10 @@ struct FormField
     QString value;
 };
 
-/**
- * Values are encoded down to letters, digits and "-._~", so that decoders agree on them, whether
- * or not they take "+" for a blank.
- */
+// What a URL's query holds as it is. "+" and ";" are not among it, for some decoders take them for
+// a blank and for the end of a field.
+constexpr char PLAIN_IN_QUERIES[] = "!$'()*,:@/?";
+
 QByteArray formBody(std::initializer_list<FormField> fields)
 {
     QByteArray body;
@@ -50,7 +50,7 @@ QByteArray formBody(std::initializer_list<FormField> fields)
             body += '&';
         body += field.name;
         body += '=';
-        body += QUrl::toPercentEncoding(field.value);
+        body += QUrl::toPercentEncoding(field.value, PLAIN_IN_QUERIES);
     }
     return body;
 }
@@ -183,8 +183,10 @@ try {
     const auto error = answer.find(QLatin1String("error"));
     if (error != answer.end())
         return errorResult(error->toString());
-    apply(m_token, answer);
+    GoogleToken token = m_token;
+    apply(token, answer);
+    m_token = token;
     return Ok;
 } catch (const std::exception &) {
-    return NoResponse; // out of memory before anything was stored
+    return NoResponse; // out of memory, and nothing was stored
 }

@@ -89,7 +89,7 @@ private:
 class GoogleAuth
 {
 public:
-    /** The token endpoint's address. Assignable until the first request; it is never destroyed. */
+    /** The token endpoint's address. Assignable while no request runs; it is never destroyed. */
     static QString &GOOGLE_OAUTH2_GET_TOKEN;
 
     /** What a request results in; all but Ok leave the token as it was. */

@@ -15,7 +15,7 @@ constexpr char TOKEN_ANSWER[] = R"({"access_token":"access","token_type":"Bearer
 
 bool answer(int socket, const LoopbackServer::Request &request)
 {
-    const bool isToken = request.path == TOKEN_PATH;
+    const bool isToken = request.path.find(TOKEN_PATH) != std::string::npos;
     const std::string line = request.head.substr(0, request.head.find("\r\n"));
     std::printf("%s\n%s\n", line.c_str(), isToken ? "(secret)" : request.body.c_str());
     std::fflush(stdout);

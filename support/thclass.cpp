@@ -2,7 +2,7 @@
 
 #include <array>
 #include <bit>
-#include <exception>
+#include <cxxabi.h>
 #include <sched.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -12,7 +12,7 @@ namespace {
 
 constexpr unsigned long DEFAULT_INTERVAL_MS = 1000;
 constexpr unsigned long END_TIMEOUT_MS = 10000;
-constexpr int MAX_POLLS_AFTER_KILL = 1000;
+constexpr int MAX_POLLS_AFTER_KILL = 1000; // of a millisecond each
 
 struct Scheduling
 {
@@ -68,22 +68,51 @@ template <class Step>
 {
     try {
         step();
+    } catch (const abi::__forced_unwind &) {
+        throw; // a cancellation or pthread_exit()
     } catch (...) {
-        if (std::current_exception() == nullptr)
-            throw; // a cancellation or pthread_exit(), which unwinds likewise
         pthread_setcanceltype(PTHREAD_CANCEL_DEFERRED, nullptr);
     }
 }
 
-/** Joins; a caller who is cancelled meanwhile leaves the thread detached, not forgotten. */
-void joinOrDetach(pthread_t thread)
+/** Disables cancellation of the calling thread while it lives. */
+class CancellationHold
 {
+public:
+    CancellationHold() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &m_previous); }
+    ~CancellationHold() noexcept(false) // a cancellation that came meanwhile may leave from here
+    {
+        pthread_setcancelstate(m_previous, nullptr);
+    }
+    CancellationHold(const CancellationHold &) = delete;
+    CancellationHold &operator=(const CancellationHold &) = delete;
+
+    [[nodiscard]] int previous() const { return m_previous; }
+
+private:
+    int m_previous = PTHREAD_CANCEL_ENABLE;
+};
+
+/**
+ * Joins; a caller who is cancelled meanwhile leaves the thread detached, not forgotten. `hold` is
+ * suspended for the time of the wait, which is the only place where a cancellation can strike.
+ */
+void joinOrDetach(pthread_t thread, const CancellationHold &hold)
+{
+    int type = PTHREAD_CANCEL_DEFERRED;
+    pthread_setcanceltype(PTHREAD_CANCEL_DEFERRED, &type);
+    int result = 0;
     try {
-        pthread_join(thread, nullptr);
+        pthread_setcancelstate(hold.previous(), nullptr);
+        result = pthread_join(thread, nullptr);
+        pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
     } catch (...) {
         pthread_detach(thread);
         throw;
     }
+    pthread_setcanceltype(type, nullptr);
+    if (result != 0)
+        pthread_detach(thread);
 }
 
 timeval now()
@@ -190,20 +219,15 @@ public:
     explicit Transition(ThClass &thread)
         : m_lock(thread.m_stateLock)
     {
-        pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &m_previous);
         m_lock.Lock();
     }
-    ~Transition() noexcept(false) // a cancellation that came meanwhile may leave from here
-    {
-        m_lock.Unlock();
-        pthread_setcancelstate(m_previous, nullptr);
-    }
+    ~Transition() noexcept(false) { m_lock.Unlock(); }
     Transition(const Transition &) = delete;
     Transition &operator=(const Transition &) = delete;
 
 private:
+    CancellationHold m_hold; // ends after the lock is free
     ThLockClass &m_lock;
-    int m_previous = PTHREAD_CANCEL_ENABLE;
 };
 
 ThClass::~ThClass()
@@ -336,17 +360,17 @@ void ThClass::ThCreate()
 /** Under the state lock, for which the new thread waits before it does anything. */
 void ThClass::create()
 {
-    if (std::exchange(m_joinable, false))
-        pthread_detach(m_threadId); // nobody has waited for the last one
     m_terminated = false;
     m_running = true;
     pthread_t created{};
     m_handle = pthread_create(&created, nullptr, ThreadProc, this);
-    m_exists = m_joinable = m_handle == 0;
-    if (m_exists) {
-        m_threadId = created;
-        ++m_visitors;
-    }
+    if (m_handle != 0)
+        return; // a predecessor that still runs stays the thread of this object
+    if (m_joinable)
+        pthread_detach(m_threadId); // nobody has waited for the last one
+    m_exists = m_joinable = true;
+    m_threadId = created;
+    ++m_visitors;
 }
 
 void *ThClass::ThreadProc(void *self)
@@ -391,6 +415,7 @@ void ThClass::leave()
 /** Joins the thread, or waits for its end when another caller is joining it. */
 void ThClass::join()
 {
+    const CancellationHold hold; // between taking over the thread and joining it
     pthread_t thread{};
     bool mine = false;
     {
@@ -401,9 +426,10 @@ void ThClass::join()
         mine = std::exchange(m_joinable, false);
     }
     if (mine) {
-        joinOrDetach(thread);
+        joinOrDetach(thread, hold);
         return;
     }
+    pthread_setcancelstate(hold.previous(), nullptr);
     while (m_running && !m_suspended)
         Delay(0);
 }

@@ -172,7 +172,10 @@ public:
     static void *ThreadProc(void *self);
 
 protected:
-    /** Ends the body as the destructor does. No thread touches the object any more afterwards. */
+    /**
+     * Ends the body as the destructor does. No thread touches the object any more afterwards, but
+     * for a killed one that does not die within a second.
+     */
     void endBody();
 
 private:
@@ -224,7 +227,8 @@ private:
 /**
  * Calls OnTimer() on a thread of its own whenever an interval has passed since Start() or since
  * the last OnTimer() returned: calls never overlap, and a slow one is not followed by others to
- * catch up. An exception that leaves OnTimer() is dropped, the timer goes on.
+ * catch up. An exception that leaves OnTimer() is dropped, the timer goes on. When the system gives
+ * no thread, the timer counts as started but never ticks, until a Stop() and a Start().
  *
  * Start() and Stop() may be called from any thread that does not hold GetThread()'s lock, also
  * from OnTimer(). A derived class must call Stop() and see to it that no OnTimer() is left before
@@ -248,7 +252,10 @@ public:
     virtual void Start(unsigned long interval);
     /** Starts counting an interval, unless the timer is started already. */
     virtual void Start();
-    /** No further OnTimer() begins. Does not wait for one that runs. */
+    /**
+     * No further OnTimer() begins, but for one whose time has been found to be over just now. Does
+     * not wait for one that runs.
+     */
     virtual void Stop();
     [[nodiscard]] virtual bool IsStarted() const;
     /** For its priority and its lock; owned by the timer. */

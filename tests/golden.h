@@ -1,6 +1,8 @@
 #ifndef PELCLOUD_TESTS_GOLDEN_H
 #define PELCLOUD_TESTS_GOLDEN_H
 
+#include <gtest/gtest.h>
+
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -16,10 +18,12 @@ inline std::string golden(const std::string &name)
     return { std::istreambuf_iterator<char>(file), {} };
 }
 
-/** The rows of such a file that holds a table. */
+/** The rows of such a file that holds a table; there must be some. */
 inline QJsonArray goldenRows(const std::string &name)
 {
-    return QJsonDocument::fromJson(golden(name).c_str()).array();
+    const QJsonArray rows = QJsonDocument::fromJson(golden(name).c_str()).array();
+    EXPECT_FALSE(rows.isEmpty()) << name;
+    return rows;
 }
 
 #endif

@@ -6,9 +6,11 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <random>
 #include <thread>
+#include <utility>
 
 struct HttpClientProbe
 {
@@ -94,7 +96,7 @@ TEST(HttpClient, Answers)
     });
     const auto check = [&](const std::string &method, const QJsonValue &row) {
         HttpClient client;
-        HttpClientProbe::timeout(client) = 1000;
+        EXPECT_EQ(std::exchange(HttpClientProbe::timeout(client), 2000), 30000);
         const QUrl url = server.url(row["path"].toString(), row["scheme"].toString("http"));
         const QString address = row["url"].toString(url.toString());
         const std::string body = row["body"].toString("null").toLatin1().toStdString()
@@ -111,6 +113,29 @@ TEST(HttpClient, Answers)
         }
     }
     check("GET", QJsonObject{ { "url", refusing.url("/").toString() } });
+}
+
+TEST(HttpClient, ARequestThatCannotBeSetUpIsNotSent)
+{
+    const LoopbackServer server(echo);
+    HttpClient client;
+    EXPECT_EQ(send(client, "POST", server.url("/sent")), "data");
+    const QString tooLong(9'000'000, 'x'); // libcurl takes no more than 8 MB
+    EXPECT_EQ(send(client, "PUT", server.url("/" + tooLong)), "null");
+    EXPECT_EQ(server.last().path, "/sent");
+    EXPECT_EQ(send(client, "GET", server.url("/again")), "");
+}
+
+/** The server drops each connection at its second request; the client repeats that on a new one. */
+TEST(HttpClient, RepeatsARequestWhenAKeptConnectionIsGone)
+{
+    std::atomic<int> requests = 0;
+    const LoopbackServer server([&](int socket, const LoopbackServer::Request &request) {
+        return ++requests % 2 == 1 && echo(socket, request);
+    });
+    HttpClient client;
+    for (const char *method : { "POST", "PUT", "POST", "PUT", "PUT" })
+        EXPECT_EQ(send(client, method, server.url("/")), "data") << method;
 }
 
 TEST(HttpClient, CancelEndsASilentRequestAndAllLaterOnes)

@@ -48,12 +48,25 @@ struct Body : ThClass
     using Step = std::function<void(Body &)>;
     explicit Body(const Step &step) { body = step; }
     ~Body() override { endBody(); }
-    void Execute() override { body(*this); }
+    void Execute() override
+    {
+        begun = true;
+        body(*this);
+    }
     void OnTerminate() override { terminators += pthread_self(); }
 
     Step body;
+    std::atomic<bool> begun{ false };
     std::atomic<pthread_t> terminators{ 0 }; // their sum, so that a second one shows
 };
+
+/** Waits, but not for ever, until something is so. */
+bool comesTrue(const std::function<bool()> &isSo)
+{
+    for (int polls = 0; polls < 20000 && !isSo(); ++polls)
+        syscall(SYS_poll, nullptr, 0, 1);
+    return isSo();
+}
 
 const Body::Step NOTHING = [](Body &) {};
 const Body::Step KILL = [](Body &body) { body.Kill(); };
@@ -99,13 +112,15 @@ TEST(Thread, EveryWayToEndLeavesTheSameState)
         Body thread(body);
         for (int run = 0; run < 2; ++run) {
             thread.terminators = 0;
+            thread.begun = false;
             thread.Resume();
+            EXPECT_TRUE(comesTrue([&] { return thread.begun.load(); })) << name;
             end(thread);
             thread.WaitFor(0);
             EXPECT_TRUE(thread.GetSuspended()) << name;
             const pthread_t expected[] = { 0, thread.GetThreadID(), pthread_self() };
-            while (thread.terminators != expected[terminator])
-                std::this_thread::yield();
+            EXPECT_TRUE(comesTrue([&] { return thread.terminators == expected[terminator]; }))
+                    << name;
         }
     }
 }
@@ -130,6 +145,20 @@ TEST(Thread, NothingTouchesOneThatWasNeverCreated)
     pthread_setattr_default_np(&normal);
     thread.Resume();
     EXPECT_FALSE(thread.GetHandle() != 0 || thread.GetTerminated());
+
+    // A body that runs stays the object's own when a second thread for it is not to be had.
+    Body running([](Body &body) {
+        while (!body.GetTerminated())
+            std::this_thread::yield();
+    });
+    running.Resume();
+    pthread_setattr_default_np(&huge);
+    running.ThCreate();
+    pthread_setattr_default_np(&normal);
+    EXPECT_EQ(running.GetHandle(), EAGAIN);
+    running.Terminate();
+    running.WaitFor(0);
+    EXPECT_TRUE(running.GetSuspended());
 }
 
 TEST(Thread, TakesPrioritiesUntilTheDestructorKillsIt)
@@ -191,8 +220,8 @@ TEST(Timer, CountsFromTheLastStartAndFromTheEndOfTheLastTick)
     for (const auto &[name, action, passedMs, ticks] : rows) {
         action();
         clockUs += passedMs * 1000;
-        for (const unsigned before = sleeps; sleeps - before < 4;)
-            std::this_thread::yield();
+        const unsigned before = sleeps;
+        EXPECT_TRUE(comesTrue([before] { return sleeps - before >= 4; })) << name;
         EXPECT_EQ(timer.ticks, ticks) << name;
     }
 }
