@@ -164,9 +164,7 @@ int run(const std::string &path, std::optional<Milliseconds> limit)
     return EXIT_SUCCESS;
 }
 
-} // namespace
-
-int main(int argc, char **argv)
+int runAsTold(int argc, char **argv)
 {
     std::string plugin;
     double seconds = 0;
@@ -183,13 +181,22 @@ int main(int argc, char **argv)
     inMilliseconds->excludes("--seconds");
     try {
         app.parse(argc, argv);
-        std::optional<Milliseconds> limit;
-        if (inSeconds->count() + inMilliseconds->count() > 0)
-            limit = Milliseconds(std::llround(1000 * seconds + milliseconds));
-        // A bare name is a file here, and not one of the system's libraries.
-        return run(std::filesystem::absolute(plugin), limit);
     } catch (const CLI::ParseError &problem) {
         return app.exit(problem) == 0 ? EXIT_SUCCESS : STATUS_USAGE;
+    }
+    std::optional<Milliseconds> limit;
+    if (inSeconds->count() + inMilliseconds->count() > 0)
+        limit = Milliseconds(std::llround(1000 * seconds + milliseconds));
+    // A bare name is a file here, and not one of the system's libraries.
+    return run(std::filesystem::absolute(plugin), limit);
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    try {
+        return runAsTold(argc, argv);
     } catch (const std::exception &problem) {
         std::fprintf(stderr, "pelhost: %s\n", problem.what());
         return STATUS_PLUGIN_UNUSABLE;

@@ -120,11 +120,16 @@ bool setTimeline(Unit &unit, std::string_view text)
 
 // Setters of one member each, for the tables of keys: false when the text is no value for it.
 
-template <auto Member, auto Least, auto Most, class Record>
+template <auto Member, std::int64_t Least, std::int64_t Most, class Record>
 bool setNumber(Record &record, std::string_view text)
 {
     using Number = std::remove_reference_t<decltype(record.*Member)>;
-    return parseNumber<Number>(record.*Member, text, Least, Most);
+    return parseNumber(record.*Member, text, static_cast<Number>(Least), static_cast<Number>(Most));
+}
+
+bool setTimeScale(Scenario &scenario, std::string_view text)
+{
+    return parseNumber(scenario.timeScale, text, 0.001, 1e6);
 }
 
 template <auto Member, std::size_t MaxLength, class Record>
@@ -164,7 +169,7 @@ constexpr Key<Scenario> SUITE_KEYS[] = {
     { "version", setText<&S::version, 6>, "at most 6 characters" },
     { "units", setNumber<&S::declaredUnits, 0, MAX_UNITS>, "a whole number from 0 to 999" },
     { "seed", setNumber<&S::seed, INT64_MIN, INT64_MAX>, "a whole number" },
-    { "time-scale", setNumber<&S::timeScale, 0.001, 1e6>, "a number from 0.001 to 1000000" },
+    { "time-scale", setTimeScale, "a number from 0.001 to 1000000" },
     { "cli-start-fails", setSwitch<&S::cliStartFails>, SWITCH },
     { "count-zero", setSwitch<&S::countZero>, SWITCH },
     { "start-delay-ms", setNumber<&S::startDelayMs, 0, MAX_DELAY_MS>, DELAY },
@@ -177,9 +182,9 @@ constexpr Key<Unit> UNIT_KEYS[] = {
     { "name", setText<&U::name, 31>, "at most 31 characters" },
     { "family", setNumber<&U::family, INT16_MIN, INT16_MAX>, SHORT },
     { "model", setNumber<&U::model, INT16_MIN, INT16_MAX>, SHORT },
-    { "voltage", setNumber<&U::voltage, 1.0, 1000.0>, "volts from 1 to 1000" },
-    { "power", setNumber<&U::power, 1.0, 1e6>, "watts from 1 to 1000000" },
-    { "noise", setNumber<&U::noise, 0.0, 100.0>, "percent from 0 to 100" },
+    { "voltage", setNumber<&U::voltage, 1, 1000>, "volts from 1 to 1000" },
+    { "power", setNumber<&U::power, 1, 1000000>, "watts from 1 to 1000000" },
+    { "noise", setNumber<&U::noise, 0, 100>, "percent from 0 to 100" },
     { "samples", setNumber<&U::samples, 0, MAX_SAMPLES>, "a whole number from 0 to 256" },
     { "timeline", setTimeline,
       "mains, sag, outage, overload, overheating or battery-test, "

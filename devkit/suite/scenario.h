@@ -26,7 +26,7 @@ struct TimedPhase
     bool operator==(const TimedPhase &) const = default;
 };
 
-/** Phases one after the other, over and over; never empty. */
+/** Phases one after the other, over and over; without any, mains for ever. */
 using Timeline = std::vector<TimedPhase>;
 
 struct Unit

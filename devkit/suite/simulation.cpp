@@ -154,7 +154,7 @@ Levels after(const Levels &levels, Phase phase, std::int64_t duration)
 
 struct Moment
 {
-    Phase phase;
+    Phase phase = Phase::Mains;
     Levels levels;
 };
 
@@ -163,6 +163,8 @@ Moment momentAt(const Timeline &timeline, std::int64_t second)
     std::int64_t period = 0;
     for (const TimedPhase &part : timeline)
         period += part.seconds;
+    if (period == 0)
+        return {};
 
     // The levels soon repeat from round to round, or stay about where they are.
     Levels levels;
