@@ -28,8 +28,8 @@ function(pelcloud_add_test name)
   target_link_libraries(${name} PRIVATE pelcloud_core GTest::gtest_main ${arg_LIBRARIES})
   target_compile_definitions(${name} PRIVATE PELCLOUD_GOLDEN_DIR="${PROJECT_SOURCE_DIR}/tests/golden")
   # AddressSanitizer's marks on the stack of a killed thread outlive its variables, unless those lie elsewhere.
-  gtest_discover_tests(${name} TEST_PREFIX "${arg_PREFIX}" PROPERTIES
-    TIMEOUT 120
+  gtest_discover_tests(${name} TEST_PREFIX "${arg_PREFIX}" DISCOVERY_TIMEOUT 60 PROPERTIES
+    TIMEOUT 300
     FAIL_REGULAR_EXPRESSION "s3cr3t"
     ENVIRONMENT ASAN_OPTIONS=detect_stack_use_after_return=1)
   foreach(source IN LISTS arg_SOURCES)

@@ -183,18 +183,18 @@ TEST(Thread, TakesPrioritiesUntilTheDestructorKillsIt)
 
 TEST(Thread, TenThousandCyclesLeaveNothing)
 {
-    const Body::Step ends[] = { WAIT, KILL, [](Body &body) { body.WaitFor(1); } };
+    const Body::Step ends[] = { [](Body &body) { body.WaitFor(1); }, KILL, WAIT, KILL, KILL };
     std::vector<long> pages;
     Body thread(NOTHING);
-    for (int run = 0; run < 10000; ++run) {
+    for (unsigned run = 0; run < 10000; ++run) {
         std::ifstream("/proc/self/statm") >> pages.emplace_back();
         thread.Resume();
-        ends[run % 3](thread);
+        ends[run % std::size(ends)](thread);
         ASSERT_TRUE(thread.GetSuspended()) << run;
         Ticker timer;
-        if (run % 16 == 0)
-            timer.Start();
         if (run % 32 == 0)
+            timer.Start();
+        if (run % 64 == 0)
             timer.GetThread()->Kill();
     }
     EXPECT_LT(pages.back() - pages.front(), 128 << 10); // 512 MB; the stacks of all would be 80 GB
