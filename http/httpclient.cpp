@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <concepts>
 #include <csignal>
-#include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <limits>
@@ -137,8 +136,6 @@ HttpClient::HttpClient()
                                     .set(CURLOPT_USERAGENT, USER_AGENT)
                                     .set(CURLOPT_NOSIGNAL, 1L)
                                     .set(CURLOPT_QUICK_EXIT, 1L) // no wait for a name server
-                                    .set(CURLOPT_SEEKFUNCTION, &rewind)
-                                    .set(CURLOPT_SEEKDATA, &m_upload)
                                     .result();
     if (result != CURLE_OK)
         m_handle.reset();
@@ -212,8 +209,7 @@ CURLcode HttpClient::transfer(const Method &method, const HttpRequest &request,
         options.set(CURLOPT_POSTFIELDS, data.constData())
                 .set(CURLOPT_POSTFIELDSIZE, static_cast<long>(data.size()));
     } else if (method.body == Method::Body::Upload) {
-        const auto size = static_cast<std::size_t>(data.size());
-        m_upload = { data.constData(), size, data.constData(), size };
+        m_upload = { data.constData(), static_cast<std::size_t>(data.size()) };
         options.set(CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(data.size()));
     }
     options.set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(m_timeout))
@@ -279,17 +275,6 @@ std::size_t HttpClient::reader(void *ptr, std::size_t size, std::size_t nmemb,
         source.left -= count;
     }
     return count;
-}
-
-/** For libcurl, when a connection that was kept turns out to be gone and the body goes out anew. */
-int HttpClient::rewind(void *userdata, curl_off_t offset, int origin) noexcept
-{
-    auto &source = *static_cast<UploadSource *>(userdata);
-    if (origin != SEEK_SET || offset < 0 || static_cast<std::size_t>(offset) > source.size)
-        return CURL_SEEKFUNC_CANTSEEK;
-    source.next = source.data + offset;
-    source.left = source.size - static_cast<std::size_t>(offset);
-    return CURL_SEEKFUNC_OK;
 }
 
 std::size_t HttpClient::writer(void *ptr, std::size_t size, std::size_t nmemb,

@@ -52,8 +52,6 @@ public:
     {
         const char *next = nullptr;
         std::size_t left = 0;
-        const char *data = nullptr; // the whole, to begin again
-        std::size_t size = 0;
     };
 
     struct Free
@@ -109,7 +107,6 @@ private:
         void operator()(CURLM *transfers) const noexcept { curl_multi_cleanup(transfers); }
     };
 
-    static int rewind(void *userdata, curl_off_t offset, int origin) noexcept;
     QByteArray *exchange(const Method &method, const HttpRequest &request, const QByteArray &data);
     CURLcode transfer(const Method &method, const HttpRequest &request, const QByteArray &data);
     CURLcode perform();

@@ -6,7 +6,6 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <chrono>
 #include <random>
 #include <thread>
@@ -124,18 +123,6 @@ TEST(HttpClient, ARequestThatCannotBeSetUpIsNotSent)
     EXPECT_EQ(send(client, "PUT", server.url("/" + tooLong)), "null");
     EXPECT_EQ(server.last().path, "/sent");
     EXPECT_EQ(send(client, "GET", server.url("/again")), "");
-}
-
-/** The server drops each connection at its second request; the client repeats that on a new one. */
-TEST(HttpClient, RepeatsARequestWhenAKeptConnectionIsGone)
-{
-    std::atomic<int> requests = 0;
-    const LoopbackServer server([&](int socket, const LoopbackServer::Request &request) {
-        return ++requests % 2 == 1 && echo(socket, request);
-    });
-    HttpClient client;
-    for (const char *method : { "POST", "PUT", "POST", "PUT", "PUT" })
-        EXPECT_EQ(send(client, method, server.url("/")), "data") << method;
 }
 
 TEST(HttpClient, CancelEndsASilentRequestAndAllLaterOnes)
