@@ -1,0 +1,171 @@
+// A cloud on this machine, in place of the real one: it takes in the plug-in's reports, signs devices
+// in, tunnels requests to itself, and shows on a page what arrived.
+
+#include "devkit/cloud/certificate.h"
+#include "devkit/cloud/cloud.h"
+#include "devkit/cloud/httpserver.h"
+#include "devkit/cloud/proxy.h"
+#include "devkit/cloud/socket.h"
+
+#include <CLI/CLI.hpp>
+
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <QFile>
+#include <QJsonDocument>
+
+namespace {
+
+using namespace localcloud;
+
+struct Options
+{
+    std::uint16_t port = 0;
+    std::uint16_t tlsPort = 0;
+    std::uint16_t proxyPort = 0;
+    std::string seedFile;
+    std::vector<std::string> faults;
+    ReportLimits limits;
+    std::int64_t tokenSeconds = 3600;
+    std::int64_t codeSeconds = 1800;
+    std::int64_t pollSeconds = 5;
+    std::optional<int> approveAfter;
+    bool isQuiet = false;
+};
+
+void declareOptions(CLI::App &app, Options &options)
+{
+    app.add_option("--port", options.port, "Port of the API and the page (0: any free one)");
+    app.add_option("--tls-port", options.tlsPort, "Port of the token endpoint (0: any free one)");
+    app.add_option("--proxy-port", options.proxyPort, "Port of the proxy (0: any free one)");
+    app.add_option("--seed", options.seedFile, "JSON file with clients, device codes and tokens")
+            ->check(CLI::ExistingFile);
+    app.add_option("--fault", options.faults,
+                   "A fault, for example api:500:every=3 (may be given several times)");
+    app.add_option("--keep", options.limits.reportsPerSource, "Reports kept of each unit")
+            ->check(CLI::Range(1, 10000))
+            ->capture_default_str();
+    app.add_option("--expect-seconds", options.limits.secondsBetweenReports,
+                   "Seconds between two reports of a unit")
+            ->check(CLI::Range(0.001, 86400.0))
+            ->capture_default_str();
+    app.add_option("--token-seconds", options.tokenSeconds, "Life of an access token")
+            ->check(CLI::Range(0, 1 << 30))
+            ->capture_default_str();
+    app.add_option("--code-seconds", options.codeSeconds, "Life of a device code")
+            ->check(CLI::Range(0, 1 << 30))
+            ->capture_default_str();
+    app.add_option("--poll-seconds", options.pollSeconds, "Seconds between two polls of a device")
+            ->check(CLI::Range(0, 3600))
+            ->capture_default_str();
+    app.add_option("--approve-after", options.approveAfter,
+                   "Approve each device by itself after so many pending answers")
+            ->check(CLI::Range(0, 1 << 30));
+    app.add_flag("--quiet", options.isQuiet, "No line for each report");
+}
+
+OAuthSettings oauthSettings(const Options &options)
+{
+    OAuthSettings settings;
+    settings.tokenLife = std::chrono::seconds(options.tokenSeconds);
+    settings.codeLife = std::chrono::seconds(options.codeSeconds);
+    settings.interval = std::chrono::seconds(options.pollSeconds);
+    settings.approveAfter = options.approveAfter;
+    return settings;
+}
+
+void print(const std::string &line)
+{
+    std::printf("%s\n", line.c_str());
+    std::fflush(stdout);
+}
+
+std::vector<FaultRule> faultRules(const std::vector<std::string> &texts)
+{
+    std::vector<FaultRule> rules;
+    for (const std::string &text : texts) {
+        std::string error;
+        const std::optional<FaultRule> rule = parseFaultRule(text, error);
+        if (!rule)
+            throw std::runtime_error(error);
+        rules.push_back(*rule);
+    }
+    return rules;
+}
+
+void readSeed(Cloud &cloud, const std::string &path)
+{
+    QFile file(QString::fromStdString(path));
+    if (!file.open(QIODevice::ReadOnly))
+        throw std::runtime_error("cannot read " + path);
+    const QJsonDocument document = QJsonDocument::fromJson(file.readAll());
+    if (!document.isObject())
+        throw std::runtime_error(path + " holds no JSON object");
+    if (const std::string error = cloud.seed(document.object()); !error.empty())
+        throw std::runtime_error(path + ": " + error);
+}
+
+/** Serves until one of the blocked signals arrives. */
+void serve(const Options &options, const sigset_t &endingSignals)
+{
+    Cloud cloud(options.limits, oauthSettings(options), [&options](const std::string &line) {
+        if (!options.isQuiet)
+            print(line);
+    });
+    cloud.setFaults(faultRules(options.faults));
+    if (!options.seedFile.empty())
+        readSeed(cloud, options.seedFile);
+
+    StopSignal stop;
+    HttpServer api(stop);
+    HttpServer oauth(stop, makeServerContext());
+    cloud.serveApi(api);
+    cloud.serveOAuth(oauth);
+    const std::string address = "http://127.0.0.1:" + std::to_string(api.start(options.port));
+    const std::uint16_t tlsPort = oauth.start(options.tlsPort);
+    const ConnectProxy proxy(options.proxyPort, tlsPort, stop, [&cloud](const std::string &target) {
+        cloud.noteConnect(target);
+    });
+    cloud.setVerificationUrl(address + "/device");
+
+    print("api " + address);
+    print("oauth https://127.0.0.1:" + std::to_string(tlsPort));
+    print("proxy http://127.0.0.1:" + std::to_string(proxy.port()));
+    print("page " + address + "/");
+
+    int signal = 0;
+    sigwait(&endingSignals, &signal);
+    stop.raise();
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    Options options;
+    CLI::App app("A local cloud for the PelCloud plug-in: API, sign-in, proxy and a page to look at");
+    declareOptions(app, options);
+    CLI11_PARSE(app, argc, argv);
+
+    // Blocked before the first thread starts, so that none but sigwait() gets them.
+    sigset_t endingSignals;
+    sigemptyset(&endingSignals);
+    sigaddset(&endingSignals, SIGINT);
+    sigaddset(&endingSignals, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &endingSignals, nullptr);
+    std::signal(SIGPIPE, SIG_IGN);
+
+    try {
+        serve(options, endingSignals);
+    } catch (const std::exception &error) {
+        std::fprintf(stderr, "pelcloud-localcloud: %s\n", error.what());
+        return 1;
+    }
+    return 0;
+}

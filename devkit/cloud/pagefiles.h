@@ -1,0 +1,16 @@
+#ifndef PELCLOUD_DEVKIT_CLOUD_PAGEFILES_H
+#define PELCLOUD_DEVKIT_CLOUD_PAGEFILES_H
+
+#include <string_view>
+
+namespace localcloud {
+
+// The files of page/, which the build puts into the program.
+extern const std::string_view APPROVE_HTML;
+extern const std::string_view INDEX_HTML;
+extern const std::string_view PAGE_JS;
+extern const std::string_view STYLE_CSS;
+
+} // namespace localcloud
+
+#endif

@@ -1,0 +1,147 @@
+#include "devkit/cloud/unitstate.h"
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <cmath>
+#include <optional>
+
+#include <QJsonObject>
+
+namespace localcloud {
+
+namespace {
+
+/** A flag of a report and what it means when it holds `value`. */
+struct Meaning
+{
+    const char *record;
+    const char *flag;
+    int value;
+    const char *alsoStatus; // a status flag that must be set too, or null
+    std::string_view key;   // empty: never names the state, is only noted
+    std::string_view words;
+    Level level;
+};
+
+// The most urgent first.
+constexpr std::array MEANINGS{
+    Meaning{ "status", "connected", 0, nullptr, "disconnected", "No connection", Level::Critical },
+    Meaning{ "failures", "shortCircuit", 1, nullptr, "short-circuit", "Short circuit",
+             Level::Critical },
+    Meaning{ "failures", "overLoad", 1, nullptr, "overload", "Overload", Level::Critical },
+    Meaning{ "failures", "overTemp", 1, nullptr, "overheating", "Too hot", Level::Critical },
+    Meaning{ "failures", "endBattery", 1, nullptr, "battery-empty", "Battery empty",
+             Level::Critical },
+    Meaning{ "failures", "internal", 1, nullptr, "internal-fault", "Internal fault",
+             Level::Critical },
+    Meaning{ "failures", "inverter", 1, nullptr, "inverter-fault", "Inverter fault",
+             Level::Critical },
+    Meaning{ "failures", "tiristor", 1, nullptr, "thyristor-fault", "Thyristor fault",
+             Level::Critical },
+    Meaning{ "failures", "abnormalVOutput", 1, nullptr, "output-fault", "Output voltage abnormal",
+             Level::Critical },
+    Meaning{ "failures", "abnormalVBattery", 1, nullptr, "battery-fault",
+             "Battery voltage abnormal", Level::Critical },
+    Meaning{ "failures", "fan", 1, nullptr, "fan-fault", "Fan fault", Level::Critical },
+    Meaning{ "failures", "highPOutput", 1, nullptr, "power-fault", "Output power too high",
+             Level::Critical },
+    Meaning{ "failures", "lowVInput", 1, nullptr, "input-fault", "Input voltage too low",
+             Level::Critical },
+    Meaning{ "status", "opCheckup", 1, nullptr, "battery-test", "Battery test", Level::Notice },
+    Meaning{ "status", "lowBattery", 1, "opBattery", "battery-low", "Battery low",
+             Level::Critical },
+    Meaning{ "status", "opBattery", 1, nullptr, "on-battery", "On battery", Level::Warning },
+    Meaning{ "status", "noBattery", 1, nullptr, "no-battery", "No battery", Level::Warning },
+    Meaning{ "status", "opStandby", 1, nullptr, "standby", "Standby", Level::Notice },
+    Meaning{ "status", "opStartup", 1, nullptr, "starting", "Starting", Level::Notice },
+    Meaning{ "status", "noVInput", 1, nullptr, "no-input", "No input voltage", Level::Warning },
+    Meaning{ "status", "lowVInput", 1, nullptr, "input-low", "Input voltage low", Level::Warning },
+    Meaning{ "status", "highVInput", 1, nullptr, "input-high", "Input voltage high",
+             Level::Warning },
+    Meaning{ "status", "highPOutput", 1, nullptr, "high-load", "High load", Level::Warning },
+    Meaning{ "status", "lowBattery", 1, nullptr, "", "Battery low", Level::Warning },
+    Meaning{ "status", "lowFInput", 1, nullptr, "", "Input frequency low", Level::Warning },
+    Meaning{ "status", "highFInput", 1, nullptr, "", "Input frequency high", Level::Warning },
+    Meaning{ "status", "oldBattery", 1, nullptr, "", "Battery old", Level::Warning },
+    Meaning{ "status", "opWarning", 1, nullptr, "warning", "Warning", Level::Warning },
+    Meaning{ "status", "noiseInput", 1, nullptr, "", "Noisy input", Level::Notice },
+    Meaning{ "status", "shutdownTimerActive", 1, nullptr, "", "Shutdown counting down",
+             Level::Warning },
+    Meaning{ "status", "remoteControlActive", 1, nullptr, "", "Remote control", Level::Notice },
+    Meaning{ "status", "noCalibrated", 1, nullptr, "", "Not calibrated", Level::Notice },
+};
+
+std::optional<int> flagOf(const QJsonObject &report, const char *record, const char *flag)
+{
+    const QJsonValue value = report[QLatin1String(record)].toObject()[QLatin1String(flag)];
+    return value.isDouble() ? std::optional(value.toInt(-1)) : std::nullopt;
+}
+
+bool holds(const Meaning &meaning, const QJsonObject &report)
+{
+    return flagOf(report, meaning.record, meaning.flag) == meaning.value
+            && (!meaning.alsoStatus || flagOf(report, "status", meaning.alsoStatus) == 1);
+}
+
+bool isNoted(const UnitState &state, std::string_view words)
+{
+    return state.words == words
+            || std::find(state.notes.begin(), state.notes.end(), words) != state.notes.end();
+}
+
+double variableOf(const QJsonObject &report, const char *name)
+{
+    return report[QLatin1String("vars")].toObject()[QLatin1String(name)].toDouble(NAN);
+}
+
+bool isCapable(const QJsonObject &report, const char *name)
+{
+    return flagOf(report, "caps", name) == 1;
+}
+
+} // namespace
+
+std::string_view levelName(Level level)
+{
+    constexpr std::array<std::string_view, 4> NAMES{ "good", "notice", "warning", "critical" };
+    return NAMES[static_cast<std::size_t>(level)];
+}
+
+UnitState unitStateOf(const QJsonObject &report)
+{
+    UnitState state{ "on-mains", "On mains", Level::Good, {} };
+    bool isNamed = false;
+    for (const Meaning &meaning : MEANINGS) {
+        if (!holds(meaning, report))
+            continue;
+        if (!isNamed && !meaning.key.empty()) {
+            isNamed = true;
+            state.key = meaning.key;
+            state.words = meaning.words;
+            state.level = meaning.level;
+        } else if (!isNoted(state, meaning.words)) {
+            state.notes.push_back(meaning.words);
+        }
+    }
+    return state;
+}
+
+double loadOf(const QJsonObject &report)
+{
+    const double rated = variableOf(report, "nominalPOutput");
+    const double power = variableOf(report, "pOutput");
+    return rated > 0 && std::isfinite(power) ? 100 * power / rated : -1;
+}
+
+std::string summaryOf(const QJsonObject &report)
+{
+    std::string text(unitStateOf(report).words);
+    text[0] = static_cast<char>(std::tolower(static_cast<unsigned char>(text[0])));
+    const double battery = variableOf(report, "cBattery");
+    if (isCapable(report, "hasCBattery") && std::isfinite(battery))
+        text += " " + std::to_string(std::llround(battery)) + "%";
+    return text;
+}
+
+} // namespace localcloud
