@@ -7,6 +7,7 @@ const REQUEST_MS = 5000;
 const URGENCY = ["good", "notice", "warning", "critical"];
 const LOW_BATTERY = 20;
 const HIGH_LOAD = 80;
+const GAP_PERIODS = 3;
 const DASH = "–";
 
 const byId = (id) => document.getElementById(id);
@@ -96,20 +97,38 @@ function lineConfig(lines, scales) {
 }
 
 function waveformConfig() {
-  const hidden = { display: false, grace: "8%" };
+  const hidden = { type: "linear", axis: "y", display: false, grace: "8%" };
   return lineConfig(
     [{ color: "input" }, { color: "output" }, { color: "current", axis: "amperes" }],
-    { x: { type: "linear", display: false }, y: hidden, amperes: hidden });
+    { x: { type: "linear", bounds: "data", display: false }, y: hidden, amperes: hidden });
 }
 
 function historyConfig() {
-  const ticks = { color: ink("quiet"), font: { size: 11 }, maxRotation: 0 };
+  const ticks = { color: ink("quiet"), font: { size: 11 }, maxRotation: 0, align: "inner" };
+  const shortSpan = 600;
+  function timeLabel(seconds) {
+    return clock(seconds, this.max - this.min > shortSpan ? "short" : "medium");
+  }
+  const threeTicks = (axis) => {
+    axis.ticks = [axis.min, (axis.min + axis.max) / 2, axis.max].map((value) => ({ value }));
+  };
   return lineConfig(
     [{ color: "good", isFilled: true }, { color: "power" }],
     {
-      x: { type: "linear", bounds: "data", grid: { display: false }, ticks: { ...ticks, maxTicksLimit: 4, callback: (t) => clock(t) } },
+      x: { type: "linear", bounds: "data", grid: { display: false }, afterBuildTicks: threeTicks, ticks: { ...ticks, callback: timeLabel } },
       y: { min: 0, suggestedMax: 100, grid: { color: ink("line") }, ticks: { ...ticks, stepSize: 50 } },
     });
+}
+
+/** A column of the history as points, with a gap where reports are missing. */
+function timeSeries(rows, column) {
+  const series = [];
+  for (const [i, row] of rows.entries()) {
+    const isGap = i > 0 && row[0] - rows[i - 1][0] > GAP_PERIODS * secondsBetween;
+    if (isGap) series.push({ x: row[0], y: NaN });
+    if (row[column] !== null) series.push({ x: row[0], y: row[column] });
+  }
+  return series;
 }
 
 const points = (values) => (Array.isArray(values) ? values : []).map((y, x) => ({ x, y }));
@@ -158,20 +177,20 @@ class UnitCard extends View {
   }
 
   measure(unit) {
-    const { vars = {}, caps = {}, status = {} } = unit.body;
+    const { vars = {}, caps = {}, status = {}, regressiveCounter: countdown = {} } = unit.body;
     const measured = (capability, value) => (caps[capability] ? value : null);
     const battery = measured("hasCBattery", vars.cBattery);
     const output = measured("hasVOutput", vars.vOutput);
     this.set("input-voltage", quantity(measured("hasVInput", vars.vInput), "V"));
     this.set("output-voltage", quantity(output, "V"));
-    this.set("battery", quantity(battery, "%", 0));
     this.set("temperature", quantity(measured("hasTemperature", vars.temperature), "°C"));
     this.set("power", quantity(measured("hasPOutput", vars.pOutput), "W", 0));
     this.set("current", quantity(measured("hasIOutput", vars.iOutput), "A", 2));
     this.set("frequency", quantity(measured("hasFOutput", vars.fOutput), "Hz"));
     this.set("battery-voltage", quantity(measured("hasVBattery", vars.vBattery), "V"));
     this.set("rated", quantity(measured("hasNominalPOutput", vars.nominalPOutput), "W", 0));
-    this.setMeter("battery", "battery-meter", battery, battery < LOW_BATTERY ? "critical" : battery < 2 * LOW_BATTERY ? "warning" : "good");
+    this.set("shutdown", countdown.active ? `Counting, ${countdown.value}` : "Not planned");
+    this.setMeter("battery", "battery", battery, battery < LOW_BATTERY ? "critical" : battery < 2 * LOW_BATTERY ? "warning" : "good");
     this.setMeter("load", "load", unit.load, unit.load > 100 ? "critical" : unit.load > HIGH_LOAD ? "warning" : "good");
     this.root.querySelector(".charge").style.width = `${0.12 * Math.min(100, Math.max(0, battery ?? 0))}px`;
     this.root.dataset.source = output !== null && output < 1 ? "none" : status.opBattery ? "battery" : "mains";
@@ -196,8 +215,7 @@ class UnitCard extends View {
     this.waveforms.draw([points(vars.sampVInput), points(vars.sampVOutput), points(vars.sampIOutput)]);
     try {
       const { rows } = await getJson(`/api/history?${this.query}`);
-      const series = (column) => rows.filter((row) => row[column] !== null).map((row) => ({ x: row[0], y: row[column] }));
-      this.history.draw(rows.length > 1 ? [series(1), series(2)] : null);
+      this.history.draw(rows.length > 1 ? [timeSeries(rows, 1), timeSeries(rows, 2)] : null);
     } catch {
       this.isDrawn = false; // with the next report, or when it comes into sight
     }
@@ -229,6 +247,7 @@ class ComputerSection extends View {
 const sections = new Map();
 const cards = new Map();
 let lastNumber = 0;
+let secondsBetween = 10;
 
 const sight = new IntersectionObserver((entries) => {
   for (const { target, isIntersecting } of entries) {
@@ -301,6 +320,7 @@ async function poll() {
       startAfresh(); // the cloud was started anew and counts from 1
     } else {
       lastNumber = state.number;
+      secondsBetween = state.secondsBetween;
       state.computers.forEach(showComputer);
       const units = state.computers.flatMap((computer) => computer.units);
       showHeadline(units);
