@@ -44,8 +44,8 @@ Answer json(int status, const QJsonObject &object)
 /** An error of the reporting API. */
 Answer apiError(int status, const char *message)
 {
-    Answer answer = json(status,
-                         { { QStringLiteral("error"),
+    Answer answer =
+            json(status, { { QStringLiteral("error"),
                              QJsonObject{ { QStringLiteral("code"), status },
                                           { QStringLiteral("message"), text(message) } } } });
     if (status == 401)
@@ -174,7 +174,7 @@ std::string chartLibrary()
 bool isOwnRequest(const std::string &target)
 {
     return target == "/" || target.starts_with("/?") || target.starts_with("/api/")
-            || target.starts_with("/page/");
+           || target.starts_with("/page/");
 }
 
 } // namespace
@@ -327,32 +327,29 @@ Answer Cloud::state(const Request &request)
 {
     const std::lock_guard lock(m_mutex);
     const double time = now();
-    return json(200,
-                { { QStringLiteral("now"), time },
-                  { QStringLiteral("number"), static_cast<qint64>(m_reports.sequence()) },
-                  { QStringLiteral("requests"), static_cast<qint64>(m_requests.sequence()) },
-                  { QStringLiteral("secondsBetween"), m_limits.secondsBetweenReports },
-                  { QStringLiteral("waiting"), static_cast<qint64>(m_oauth.waitingDevices()) },
-                  { QStringLiteral("computers"),
-                    m_reports.computers(numberField(request, "since"), time) } });
+    return json(200, { { QStringLiteral("now"), time },
+                       { QStringLiteral("number"), static_cast<qint64>(m_reports.sequence()) },
+                       { QStringLiteral("requests"), static_cast<qint64>(m_requests.sequence()) },
+                       { QStringLiteral("secondsBetween"), m_limits.secondsBetweenReports },
+                       { QStringLiteral("waiting"), static_cast<qint64>(m_oauth.waitingDevices()) },
+                       { QStringLiteral("computers"),
+                         m_reports.computers(numberField(request, "since"), time) } });
 }
 
 Answer Cloud::reports(const Request &request)
 {
     const std::lock_guard lock(m_mutex);
-    return json(200,
-                { { QStringLiteral("number"), static_cast<qint64>(m_reports.sequence()) },
-                  { QStringLiteral("reports"),
-                    m_reports.reportsAfter(numberField(request, "since")) } });
+    return json(200, { { QStringLiteral("number"), static_cast<qint64>(m_reports.sequence()) },
+                       { QStringLiteral("reports"),
+                         m_reports.reportsAfter(numberField(request, "since")) } });
 }
 
 Answer Cloud::requests(const Request &request)
 {
     const std::lock_guard lock(m_mutex);
-    return json(200,
-                { { QStringLiteral("number"), static_cast<qint64>(m_requests.sequence()) },
-                  { QStringLiteral("requests"),
-                    m_requests.requestsAfter(numberField(request, "since")) } });
+    return json(200, { { QStringLiteral("number"), static_cast<qint64>(m_requests.sequence()) },
+                       { QStringLiteral("requests"),
+                         m_requests.requestsAfter(numberField(request, "since")) } });
 }
 
 Answer Cloud::body(const Request &request)
@@ -368,9 +365,8 @@ Answer Cloud::body(const Request &request)
 Answer Cloud::history(const Request &request)
 {
     const std::lock_guard lock(m_mutex);
-    return json(200,
-                { { QStringLiteral("rows"),
-                    m_reports.history(request.field("computer"), request.field("device")) } });
+    return json(200, { { QStringLiteral("rows"),
+                         m_reports.history(request.field("computer"), request.field("device")) } });
 }
 
 Answer Cloud::faults()
@@ -378,9 +374,9 @@ Answer Cloud::faults()
     const std::lock_guard lock(m_mutex);
     QJsonArray rules;
     for (std::size_t i = 0; i < m_faults.rules().size(); ++i)
-        rules.append(QJsonObject{
-                { QStringLiteral("rule"), text(m_faults.rules()[i].text) },
-                { QStringLiteral("seen"), static_cast<qint64>(m_faults.seen(i)) } });
+        rules.append(
+                QJsonObject{ { QStringLiteral("rule"), text(m_faults.rules()[i].text) },
+                             { QStringLiteral("seen"), static_cast<qint64>(m_faults.seen(i)) } });
     return json(200, { { QStringLiteral("faults"), rules } });
 }
 
@@ -393,8 +389,7 @@ Answer Cloud::changeFaults(const Request &request)
     std::vector<FaultRule> rules;
     for (const QJsonValue item : list.toArray()) {
         std::string error;
-        const std::optional<FaultRule> rule =
-                parseFaultRule(item.toString().toStdString(), error);
+        const std::optional<FaultRule> rule = parseFaultRule(item.toString().toStdString(), error);
         if (!rule)
             return oauthError(400, error);
         rules.push_back(*rule);

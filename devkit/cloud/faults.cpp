@@ -101,7 +101,7 @@ bool readSetting(std::string_view setting, FaultRule &rule)
     if (key == "share")
         return readWhen(FaultRule::When::Share, value, rule);
     return key == "seconds" && rule.fault.seconds > 0 && readNumber(value, rule.fault.seconds)
-            && rule.fault.seconds > 0 && rule.fault.seconds <= MAX_SECONDS;
+           && rule.fault.seconds > 0 && rule.fault.seconds <= MAX_SECONDS;
 }
 
 } // namespace

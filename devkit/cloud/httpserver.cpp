@@ -18,7 +18,7 @@ namespace {
 constexpr std::size_t THREADS = 64;
 constexpr std::size_t MAX_BODY = std::size_t{ 8 } << 20U;
 constexpr std::size_t MAX_KEPT_HEAD = 65536;
-constexpr std::size_t KEEP_ALIVE_MAX = 1000; // what clients are told; nobody counts
+constexpr std::size_t KEEP_ALIVE_MAX = 1000;     // what clients are told; nobody counts
 constexpr std::chrono::seconds IDLE_LIMIT{ 60 }; // of a connection that is kept alive
 constexpr std::chrono::seconds TRANSFER_LIMIT{ 30 };
 
@@ -87,7 +87,8 @@ public:
             resetOnClose(m_socket.get());
             return false;
         }
-        const bool hasEnded = delay.count() > 0
+        const bool hasEnded =
+                delay.count() > 0
                 && waitFor(m_socket.get(), POLLRDHUP, m_stop, delay) != Readiness::TimedOut;
         return !hasEnded && delivery == Delivery::Usual && flush();
     }
@@ -154,7 +155,7 @@ private:
             return sendAll(m_socket.get(), bytes, m_stop);
         const int size = static_cast<int>(bytes.size());
         return size == 0
-                || retry([&] { return SSL_write(m_ssl.get(), bytes.data(), size); }) == size;
+               || retry([&] { return SSL_write(m_ssl.get(), bytes.data(), size); }) == size;
     }
 
     /** Repeats a TLS operation while all it lacks is the socket's readiness. */

@@ -20,8 +20,8 @@ using HeaderList = std::vector<std::pair<std::string, std::string>>;
 struct Request
 {
     std::string method;
-    std::string target;                        // as it came, with the query
-    HeaderList headers;                        // in the order in which they came
+    std::string target; // as it came, with the query
+    HeaderList headers; // in the order in which they came
     std::string body;
     std::map<std::string, std::string> fields; // of the query and of a form, decoded
     std::vector<std::string> captures;         // what the route's groups matched

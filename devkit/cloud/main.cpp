@@ -129,9 +129,8 @@ void serve(const Options &options, const sigset_t &endingSignals)
     cloud.serveOAuth(oauth);
     const std::string address = "http://127.0.0.1:" + std::to_string(api.start(options.port));
     const std::uint16_t tlsPort = oauth.start(options.tlsPort);
-    const ConnectProxy proxy(options.proxyPort, tlsPort, stop, [&cloud](const std::string &target) {
-        cloud.noteConnect(target);
-    });
+    const ConnectProxy proxy(options.proxyPort, tlsPort, stop,
+                             [&cloud](const std::string &target) { cloud.noteConnect(target); });
     cloud.setVerificationUrl(address + "/device");
 
     print("api " + address);
@@ -149,7 +148,8 @@ void serve(const Options &options, const sigset_t &endingSignals)
 int main(int argc, char **argv)
 {
     Options options;
-    CLI::App app("A local cloud for the PelCloud plug-in: API, sign-in, proxy and a page to look at");
+    CLI::App app(
+            "A local cloud for the PelCloud plug-in: API, sign-in, proxy and a page to look at");
     declareOptions(app, options);
     CLI11_PARSE(app, argc, argv);
 

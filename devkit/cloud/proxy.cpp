@@ -76,9 +76,9 @@ Flow pump(int from, int to, const StopSignal &stop)
 /** Carries bytes both ways until both sides have ended or one breaks. */
 void relay(int client, int server, const StopSignal &stop)
 {
-    std::array<pollfd, 3> polled{ { { client, POLLIN, 0 },
-                                    { server, POLLIN, 0 },
-                                    { stop.descriptor(), POLLIN, 0 } } };
+    std::array<pollfd, 3> polled{
+        { { client, POLLIN, 0 }, { server, POLLIN, 0 }, { stop.descriptor(), POLLIN, 0 } }
+    };
     constexpr auto LIMIT = std::chrono::milliseconds(IDLE_LIMIT).count();
     while (polled[0].fd >= 0 || polled[1].fd >= 0) {
         const int ready = poll(polled.data(), polled.size(), static_cast<int>(LIMIT));

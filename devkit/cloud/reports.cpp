@@ -66,8 +66,8 @@ bool Reports::add(const std::string &computer, const std::string &device, const 
     if (source->reports.empty())
         source->first = now;
     else
-        source->missed += missedReports(now - source->reports.back().time,
-                                        m_limits.secondsBetweenReports);
+        source->missed +=
+                missedReports(now - source->reports.back().time, m_limits.secondsBetweenReports);
     ++source->count;
     append(source->reports, { ++m_sequence, now, bytes, object }, m_limits.reportsPerSource);
     if (!device.empty())

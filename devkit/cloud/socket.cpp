@@ -114,8 +114,7 @@ bool sendAll(int fd, std::string_view bytes, const StopSignal &stop)
         if (sent >= 0)
             bytes.remove_prefix(static_cast<std::size_t>(sent));
         else if (errno != EINTR
-                 && (errno != EAGAIN
-                     || waitFor(fd, POLLOUT, stop, SEND_LIMIT) != Readiness::Ready))
+                 && (errno != EAGAIN || waitFor(fd, POLLOUT, stop, SEND_LIMIT) != Readiness::Ready))
             return false;
     }
     return true;

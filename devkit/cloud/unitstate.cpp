@@ -81,13 +81,13 @@ std::optional<int> flagOf(const QJsonObject &report, const char *record, const c
 bool holds(const Meaning &meaning, const QJsonObject &report)
 {
     return flagOf(report, meaning.record, meaning.flag) == meaning.value
-            && (!meaning.alsoStatus || flagOf(report, "status", meaning.alsoStatus) == 1);
+           && (!meaning.alsoStatus || flagOf(report, "status", meaning.alsoStatus) == 1);
 }
 
 bool isNoted(const UnitState &state, std::string_view words)
 {
     return state.words == words
-            || std::find(state.notes.begin(), state.notes.end(), words) != state.notes.end();
+           || std::find(state.notes.begin(), state.notes.end(), words) != state.notes.end();
 }
 
 double variableOf(const QJsonObject &report, const char *name)

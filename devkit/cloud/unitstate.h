@@ -18,8 +18,8 @@ enum class Level { Good, Notice, Warning, Critical };
 /** What a UPS's report says about it, in one word for programs and in words for people. */
 struct UnitState
 {
-    std::string_view key;                // "on-battery"
-    std::string_view words;              // "On battery"
+    std::string_view key;   // "on-battery"
+    std::string_view words; // "On battery"
     Level level;
     std::vector<std::string_view> notes; // whatever else the flags say, the most urgent first
 };
