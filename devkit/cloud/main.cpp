@@ -143,9 +143,8 @@ void serve(const Options &options, const sigset_t &endingSignals)
     stop.raise();
 }
 
-} // namespace
-
-int main(int argc, char **argv)
+/** Reads the options and serves; the exit status. */
+int run(int argc, char **argv)
 {
     Options options;
     CLI::App app(
@@ -160,12 +159,20 @@ int main(int argc, char **argv)
     sigaddset(&endingSignals, SIGTERM);
     pthread_sigmask(SIG_BLOCK, &endingSignals, nullptr);
     std::signal(SIGPIPE, SIG_IGN);
+    serve(options, endingSignals);
+    return 0;
+}
 
+} // namespace
+
+int main(int argc, char **argv)
+{
     try {
-        serve(options, endingSignals);
+        return run(argc, argv);
     } catch (const std::exception &error) {
         std::fprintf(stderr, "pelcloud-localcloud: %s\n", error.what());
-        return 1;
+    } catch (...) {
+        std::fputs("pelcloud-localcloud: unknown error\n", stderr);
     }
-    return 0;
+    return 1;
 }

@@ -155,9 +155,9 @@ OAuthReply OAuthServer::deviceGrant(const std::string &clientId, const std::stri
     const auto found = m_devices.find(code);
     if (found == m_devices.end() || found->second.clientId != clientId)
         return refusal(400, "invalid_grant");
-    const OAuthReply refused = pollDevice(found->second);
-    if (refused.status != 200)
-        return refused;
+    OAuthReply polled = pollDevice(found->second);
+    if (polled.status != 200)
+        return polled;
     m_devices.erase(found);
 
     dropOldest(m_refreshTokens);

@@ -336,6 +336,7 @@ private:
         ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
         m_output.reset(fdopen(ends[0], "r"));
         std::vector<char *> arguments;
+        arguments.reserve(command.size() + 1);
         for (const std::string &word : command)
             arguments.push_back(const_cast<char *>(word.c_str()));
         arguments.push_back(nullptr);
