@@ -208,8 +208,8 @@ OAuthReply OAuthServer::authorizeDevice(const Form &form)
     device.userCode = randomText(USER_CODE_LETTERS, USER_CODE_LENGTH);
     device.expiry = m_clock() + m_settings.codeLife;
 
-    std::string shown = device.userCode;
-    shown.insert(USER_CODE_LENGTH / 2, "-");
+    constexpr std::size_t HALF = USER_CODE_LENGTH / 2;
+    const std::string shown = device.userCode.substr(0, HALF) + '-' + device.userCode.substr(HALF);
     const QString url = text(m_settings.verificationUrl);
     const QString completeUrl = url + QStringLiteral("?user_code=") + text(shown);
     return { 200,
