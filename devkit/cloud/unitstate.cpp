@@ -140,7 +140,7 @@ std::string summaryOf(const QJsonObject &report)
     text[0] = static_cast<char>(std::tolower(static_cast<unsigned char>(text[0])));
     const double battery = variableOf(report, "cBattery");
     if (isCapable(report, "hasCBattery") && std::isfinite(battery))
-        text += " " + std::to_string(std::llround(battery)) + "%";
+        text.append(1, ' ').append(std::to_string(std::llround(battery))).append(1, '%');
     return text;
 }
 
