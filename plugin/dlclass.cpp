@@ -22,14 +22,13 @@ DLClass::DLClass(const DLClass &other)
 
 DLClass &DLClass::operator=(const DLClass &other)
 {
-    share(other);
+    if (this != &other)
+        share(other);
     return *this;
 }
 
 void DLClass::share(const DLClass &other)
 {
-    if (this == &other)
-        return;
     Unload();
     m_handle = referenceTo(other.m_handle);
 }
@@ -46,7 +45,8 @@ bool DLClass::GetAllSymbols()
 
 DLClass::~DLClass()
 {
-    DLClass::Unload();
+    if (m_handle != nullptr)
+        dlclose(m_handle); // as Unload() does; there are no symbols of a derived class left to clear
 }
 
 bool DLClass::Load(const std::string &name)

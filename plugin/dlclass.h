@@ -36,7 +36,7 @@ public:
     [[nodiscard]] void *GetDLHandle() const { return m_handle; }
 
 protected:
-    /** Lets go of what is held and takes a reference to what `other` holds. */
+    /** Lets go of what is held and takes a reference to what another object holds. */
     void share(const DLClass &other);
 
 private:
