@@ -21,7 +21,7 @@ inline std::string golden(const std::string &name)
 /** The rows of such a file that holds a table; there must be some. */
 inline QJsonArray goldenRows(const std::string &name)
 {
-    const QJsonArray rows = QJsonDocument::fromJson(golden(name).c_str()).array();
+    QJsonArray rows = QJsonDocument::fromJson(golden(name).c_str()).array();
     EXPECT_FALSE(rows.isEmpty()) << name;
     return rows;
 }

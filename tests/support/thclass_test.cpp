@@ -118,9 +118,9 @@ TEST(Thread, EveryWayToEndLeavesTheSameState)
             end(thread);
             thread.WaitFor(0);
             EXPECT_TRUE(thread.GetSuspended()) << name;
-            const pthread_t expected[] = { 0, thread.GetThreadID(), pthread_self() };
-            EXPECT_TRUE(comesTrue([&] { return thread.terminators == expected[terminator]; }))
-                    << name;
+            const pthread_t terminators[] = { 0, thread.GetThreadID(), pthread_self() };
+            const pthread_t expected = terminators[terminator];
+            EXPECT_TRUE(comesTrue([&] { return thread.terminators == expected; })) << name;
         }
     }
 }
