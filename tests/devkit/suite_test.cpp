@@ -34,7 +34,7 @@ Scenario scenarioOf(const std::string &text, std::string *lines = nullptr)
     std::vector<suite::Complaint> complaints;
     Scenario scenario = suite::readScenario(stream, complaints);
     for (std::size_t i = 0; lines != nullptr && i < complaints.size(); ++i)
-        *lines += (i == 0 ? "" : " ") + std::to_string(complaints[i].line);
+        lines->append(i == 0 ? "" : " ").append(std::to_string(complaints[i].line));
     return scenario;
 }
 
