@@ -2,7 +2,7 @@
 
 #include <array>
 #include <bit>
-#include <cxxabi.h>
+#include <exception>
 #include <sched.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -68,9 +68,11 @@ template <class Step>
 {
     try {
         step();
-    } catch (const abi::__forced_unwind &) {
-        throw; // a cancellation or pthread_exit()
     } catch (...) {
+        // The end of the whole thread comes without an exception, so that a handler for it would
+        // bind its reference to nothing.
+        if (std::current_exception() == nullptr)
+            throw; // a cancellation or pthread_exit()
         pthread_setcanceltype(PTHREAD_CANCEL_DEFERRED, nullptr);
     }
 }
