@@ -1,6 +1,6 @@
 #include "auth/gauth.h"
 
-#include "devkit/loopbackserver.h"
+#include "tests/support/loopbackserver.h"
 #include "tests/golden.h"
 
 #include <gtest/gtest.h>

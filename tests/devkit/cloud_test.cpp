@@ -3,21 +3,14 @@
 #include "devkit/cloud/reports.h"
 #include "devkit/cloud/socket.h"
 #include "devkit/cloud/unitstate.h"
+#include "tests/support/localcloud.h"
 
-#include <curl/curl.h>
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <cstdlib>
 #include <fcntl.h>
-#include <filesystem>
-#include <fstream>
-#include <memory>
-#include <spawn.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 
-#include <QJsonDocument>
+#include <QJsonArray>
 
 namespace {
 
@@ -275,136 +268,13 @@ TEST(Reports, RemembersNoMoreThanItMay)
     EXPECT_EQ(reports.latestBody("b", "000"), std::nullopt);
 }
 
-/** The program as a child, with ports that the kernel chose and its own folder with a seed. */
-class LocalCloud
-{
-public:
-    explicit LocalCloud(std::vector<std::string> options = {})
-    {
-        std::string folder = (std::filesystem::temp_directory_path() / "cloud.XXXXXX").string();
-        m_folder = mkdtemp(folder.data());
-        std::ofstream(m_folder / "seed.json") << SEED;
-        options.insert(options.begin(), { LOCALCLOUD_PROGRAM, "--seed", m_folder / "seed.json" });
-        start(options);
-        for (std::string line = readLine(); !line.empty(); line = readLine()) {
-            const std::size_t blank = line.find(' ');
-            m_addresses[line.substr(0, blank)] = line.substr(blank + 1);
-            if (line.starts_with("page "))
-                break;
-        }
-    }
-    LocalCloud(const LocalCloud &) = delete;
-    LocalCloud &operator=(const LocalCloud &) = delete;
-    ~LocalCloud()
-    {
-        end();
-        std::filesystem::remove_all(m_folder);
-    }
-
-    /** Ends the program as Ctrl-C does; its exit status, or -1 when a signal ended it. */
-    int end(int signal = SIGINT)
-    {
-        if (m_pid > 0) {
-            kill(m_pid, signal);
-            waitpid(m_pid, &m_status, 0);
-            m_pid = 0;
-        }
-        return WIFEXITED(m_status) ? WEXITSTATUS(m_status) : -1;
-    }
-
-    std::string readLine()
-    {
-        char line[1024];
-        if (!std::fgets(line, sizeof line, m_output.get()))
-            return {};
-        std::string text(line);
-        text.pop_back();
-        return text;
-    }
-
-    const std::string &address(const char *name) { return m_addresses[name]; }
-    std::uint16_t port(const char *name)
-    {
-        const std::string &url = address(name);
-        return static_cast<std::uint16_t>(std::stoi(url.substr(url.rfind(':') + 1)));
-    }
-
-private:
-    void start(const std::vector<std::string> &command)
-    {
-        int ends[2];
-        ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
-        m_output.reset(fdopen(ends[0], "r"));
-        std::vector<char *> arguments;
-        arguments.reserve(command.size() + 1);
-        for (const std::string &word : command)
-            arguments.push_back(const_cast<char *>(word.c_str()));
-        arguments.push_back(nullptr);
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
-        posix_spawn_file_actions_adddup2(&actions, ends[1], STDERR_FILENO);
-        posix_spawn(&m_pid, arguments[0], &actions, nullptr, arguments.data(), environ);
-        posix_spawn_file_actions_destroy(&actions);
-        close(ends[1]);
-    }
-
-    struct Close
-    {
-        void operator()(std::FILE *file) const { std::fclose(file); }
-    };
-    std::filesystem::path m_folder;
-    std::unique_ptr<std::FILE, Close> m_output;
-    std::map<std::string, std::string> m_addresses;
-    pid_t m_pid = 0;
-    int m_status = 0;
-};
-
-struct Reply
-{
-    CURLcode code;
-    long status = 0;
-    std::string body{};
-    [[nodiscard]] QJsonObject json() const { return object(body); }
-};
-
-std::size_t appendTo(char *bytes, std::size_t, std::size_t size, void *body)
-{
-    static_cast<std::string *>(body)->append(bytes, size);
-    return size;
-}
-
-/** A request over a connection of its own; a null body makes it a GET. */
-Reply ask(const std::string &url, const char *method = "GET", const char *body = nullptr,
-          const char *header = nullptr, const std::string &proxy = "", long milliseconds = 20000)
-{
-    const std::unique_ptr<CURL, void (*)(CURL *)> curl(curl_easy_init(), curl_easy_cleanup);
-    const std::unique_ptr<curl_slist, void (*)(curl_slist *)> headers(
-            header ? curl_slist_append(nullptr, header) : nullptr, curl_slist_free_all);
-    Reply reply{ CURLE_OK };
-    curl_easy_setopt(curl.get(), CURLOPT_URL, url.c_str());
-    curl_easy_setopt(curl.get(), CURLOPT_PROXY, proxy.c_str());
-    curl_easy_setopt(curl.get(), CURLOPT_SSL_VERIFYPEER, 0L);
-    curl_easy_setopt(curl.get(), CURLOPT_SSL_VERIFYHOST, 0L);
-    curl_easy_setopt(curl.get(), CURLOPT_TIMEOUT_MS, milliseconds);
-    curl_easy_setopt(curl.get(), CURLOPT_HTTPHEADER, headers.get());
-    if (body)
-        curl_easy_setopt(curl.get(), CURLOPT_POSTFIELDS, body);
-    curl_easy_setopt(curl.get(), CURLOPT_CUSTOMREQUEST, method);
-    curl_easy_setopt(curl.get(), CURLOPT_WRITEFUNCTION, appendTo);
-    curl_easy_setopt(curl.get(), CURLOPT_WRITEDATA, &reply.body);
-    reply.code = curl_easy_perform(curl.get());
-    curl_easy_getinfo(curl.get(), CURLINFO_RESPONSE_CODE, &reply.status);
-    return reply;
-}
-
 constexpr const char *BEARER = "Authorization: Bearer a1";
 constexpr const char *REFRESH =
         "client_id=c1&client_secret=s1&refresh_token=r1&grant_type=refresh_token";
 
 TEST(LocalCloud, TakesInReportsAndShowsThem)
 {
-    LocalCloud cloud;
+    LocalCloud cloud(SEED);
     const std::string home = cloud.address("api") + "/_ah/api/pelorin/v1/mon/";
     const char *const body = " {\"caps\": {\"hasCBattery\": 1}, \"status\": {\"opBattery\": 1},\n"
                              "\"vars\": {\"cBattery\": 87, \"name\": \"caf\xc3\xa9\"}}\n";
@@ -455,7 +325,7 @@ TEST(LocalCloud, TakesInReportsAndShowsThem)
 
 TEST(LocalCloud, SignsADeviceInThroughTheProxy)
 {
-    LocalCloud cloud;
+    LocalCloud cloud(SEED);
     const std::string proxy = cloud.address("proxy");
     const std::string far = "https://far-away.invalid";
     const auto token = [&](const char *form) {
@@ -503,7 +373,7 @@ TEST(LocalCloud, MakesFaults)
         { "token:silence", CURLE_OPERATION_TIMEDOUT, 0, "" },
         { "token:access_denied", CURLE_OK, 400, R"({"error":"access_denied"})" },
     };
-    LocalCloud cloud({ "--quiet", "--fault", "api:500:every=2" });
+    LocalCloud cloud(SEED, { "--quiet", "--fault", "api:500:every=2" });
     const std::string computer = cloud.address("api") + "/_ah/api/pelorin/v1/mon/pc1";
     for (const long status : { 200, 500, 200, 500 })
         EXPECT_EQ(ask(computer, "PUT", "{}", BEARER).status, status);
@@ -531,7 +401,7 @@ TEST(LocalCloud, MakesFaults)
 
 TEST(LocalCloud, AnswersInOneWriteAndEndsWhateverIsOpen)
 {
-    LocalCloud cloud({ "--fault", "token:silence" });
+    LocalCloud cloud(SEED, { "--fault", "token:silence" });
     const FileDescriptor client = connectToLoopback(cloud.port("api"));
     fcntl(client.get(), F_SETFL, 0); // blocking
     const std::string request =
@@ -561,7 +431,7 @@ TEST(LocalCloud, AnswersInOneWriteAndEndsWhateverIsOpen)
 
 TEST(LocalCloud, RefusesWhatItCannotUse)
 {
-    LocalCloud taken;
+    LocalCloud taken(SEED);
     const std::vector<std::string> rows[] = {
         { "--fault", "api:502" },
         { "--port", std::to_string(taken.port("api")) },
@@ -570,7 +440,7 @@ TEST(LocalCloud, RefusesWhatItCannotUse)
         { "--port", "65536" },
     };
     for (const auto &options : rows) {
-        LocalCloud cloud(options);
+        LocalCloud cloud(SEED, options);
         ASSERT_EQ(cloud.address("page"), "") << options[0] << " " << options[1];
         EXPECT_GT(cloud.end(0), 0) << options[0] << " " << options[1];
     }

@@ -1,6 +1,6 @@
 #include "http/httpclient.h"
 
-#include "devkit/loopbackserver.h"
+#include "tests/support/loopbackserver.h"
 #include "http/httprequest.h"
 #include "tests/golden.h"
 

@@ -1,7 +1,7 @@
 // The client against the simulated suite library and a cloud on loopback, run by run. The program
 // copies itself into a directory of its own first: the installation directory is its program's.
 
-#include "devkit/loopbackserver.h"
+#include "tests/support/loopbackserver.h"
 #include "logging/qlogger.h"
 #include "model/computer.h"
 #include "model/devicestatus.h"

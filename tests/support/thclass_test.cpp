@@ -174,6 +174,7 @@ TEST(Thread, TakesPrioritiesUntilTheDestructorKillsIt)
         EXPECT_EQ(thread->GetPriority(), i);
         EXPECT_EQ(lastPriority, expected[i]) << i;
     }
+    ASSERT_TRUE(comesTrue([&thread] { return thread->begun.load(); })); // else it is never run
     clockStepUs = 100'000;
     thread->WaitFor(500);
     thread.reset();

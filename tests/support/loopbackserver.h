@@ -1,5 +1,5 @@
-#ifndef PELCLOUD_DEVKIT_LOOPBACKSERVER_H
-#define PELCLOUD_DEVKIT_LOOPBACKSERVER_H
+#ifndef PELCLOUD_TESTS_SUPPORT_LOOPBACKSERVER_H
+#define PELCLOUD_TESTS_SUPPORT_LOOPBACKSERVER_H
 
 #include <atomic>
 #include <cstddef>
@@ -19,7 +19,7 @@
 #include <QUrl>
 
 /**
- * A web server on 127.0.0.1 for tests and tools, for up to THREADS connections at once. It
+ * A web server on 127.0.0.1 for tests, for up to THREADS connections at once. It
  * must outlive its clients: its end waits for theirs. Creating one takes the proxy variables out of
  * the environment, for what goes to a proxy does not arrive here.
  */
