@@ -1,6 +1,7 @@
 #ifndef PELCLOUD_TESTS_SUPPORT_PROCESS_H
 #define PELCLOUD_TESTS_SUPPORT_PROCESS_H
 
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <fcntl.h>
@@ -11,6 +12,7 @@
 #include <string>
 #include <string_view>
 #include <sys/wait.h>
+#include <system_error>
 #include <unistd.h>
 #include <vector>
 
@@ -38,12 +40,18 @@ public:
         posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
         posix_spawn_file_actions_adddup2(&actions, ends[1], STDERR_FILENO);
         posix_spawn_file_actions_addchdir_np(&actions, directory.c_str());
-        const int error = posix_spawn(&m_id, command.front().c_str(), &actions, nullptr,
-                                      pointers(command).data(), pointers(variables).data());
+        int error = ETXTBSY;
+        // A child of another thread, between its fork and its exec, may hold the program open.
+        for (int attempts = 0; error == ETXTBSY && attempts < 1000; ++attempts) {
+            error = posix_spawn(&m_id, command.front().c_str(), &actions, nullptr,
+                                pointers(command).data(), pointers(variables).data());
+            if (error == ETXTBSY)
+                usleep(1000);
+        }
         posix_spawn_file_actions_destroy(&actions);
         close(ends[1]);
         if (error != 0)
-            throw std::runtime_error(command.front() + " does not start");
+            throw std::system_error(error, std::generic_category(), command.front());
     }
     ~Process()
     {
@@ -59,7 +67,8 @@ public:
     std::string readLine()
     {
         std::string line;
-        for (int c = std::getc(m_output.get()); c != EOF && c != '\n'; c = std::getc(m_output.get()))
+        for (int c = std::getc(m_output.get()); c != EOF && c != '\n';
+             c = std::getc(m_output.get()))
             line += static_cast<char>(c);
         return line;
     }
@@ -88,8 +97,8 @@ public:
 private:
     static bool isProxy(std::string_view variable)
     {
-        static const std::set<std::string_view> names{ "http_proxy",  "https_proxy", "HTTPS_PROXY",
-                                                       "all_proxy",   "ALL_PROXY",   "no_proxy",
+        static const std::set<std::string_view> names{ "http_proxy", "https_proxy", "HTTPS_PROXY",
+                                                       "all_proxy",  "ALL_PROXY",   "no_proxy",
                                                        "NO_PROXY" };
         return names.contains(variable.substr(0, variable.find('=')));
     }

@@ -1,0 +1,126 @@
+#ifndef PELCLOUD_TESTS_E2E_INSTALLATION_H
+#define PELCLOUD_TESTS_E2E_INSTALLATION_H
+
+#include "tests/support/localcloud.h"
+
+#include <chrono>
+#include <functional>
+#include <poll.h>
+#include <regex>
+#include <sys/inotify.h>
+
+#include <QFile>
+
+/** An installation directory with the real plug-in, the simulated suite and a host to load it. */
+class Installation
+{
+public:
+    Installation()
+    {
+        // QFile closes its files on exec: no other child may keep the host's program open.
+        for (const std::filesystem::path from : { PLUGIN_FILE, UPSCLI_FILE, PELHOST_FILE })
+            QFile::copy(QString::fromStdString(from),
+                        QString::fromStdString(file(from.filename())));
+        inotify_add_watch(m_events, m_directory.path.c_str(),
+                          IN_MODIFY | IN_CLOSE | IN_MOVED_TO | IN_CREATE);
+    }
+    ~Installation() { close(m_events); }
+    Installation(const Installation &) = delete;
+    Installation &operator=(const Installation &) = delete;
+
+    [[nodiscard]] std::string file(const std::string &name) const
+    {
+        return m_directory.path + name;
+    }
+
+    void writeScenario(const std::string &text) const { written(file("scenario.ini"), text); }
+    /** In one step, for a run may be reading it. */
+    void writeConfig(const std::string &text) const
+    {
+        written(file("new"), text);
+        std::filesystem::rename(file("new"), file("pelcloud.json"));
+    }
+    void writeConfig(const QJsonObject &object) const
+    {
+        writeConfig(QJsonDocument(object).toJson().toStdString());
+    }
+    [[nodiscard]] QJsonObject config() const
+    {
+        return QJsonDocument::fromJson(QByteArray::fromStdString(contentOf(file("pelcloud.json"))))
+                .object();
+    }
+
+    /** Starts the host; its requests for tokens go through the proxy. */
+    std::unique_ptr<Process> startHost(const std::string &proxy,
+                                       std::vector<std::string> variables = {}) const
+    {
+        variables.push_back("HTTPS_PROXY=" + proxy);
+        return std::make_unique<Process>(std::vector{ file("pelhost"), file("pelcloud.so") },
+                                         m_directory.path, variables);
+    }
+
+    /** The log, with the times and the directory masked. */
+    [[nodiscard]] std::string log() const
+    {
+        static const std::regex time(R"(\[\d\d-\d\d-\d{4} \d\d:\d\d:\d\d\.\d{3}\])");
+        std::string text = std::regex_replace(contentOf(file("pelcloud.log")), time, "[TIME]");
+        for (std::size_t at = 0; (at = text.find(m_directory.path, at)) != std::string::npos;)
+            text.replace(at, m_directory.path.size(), "HOME/");
+        return text;
+    }
+    /** How often `text` stands in the log. */
+    [[nodiscard]] int countInLog(const std::string &text) const
+    {
+        const std::string all = log();
+        int count = 0;
+        for (std::size_t at = 0; (at = all.find(text, at)) != std::string::npos; ++at)
+            ++count;
+        return count;
+    }
+    [[nodiscard]] bool awaitLog(const std::string &text, int count = 1) const
+    {
+        return await([&] { return countInLog(text) >= count; });
+    }
+
+    /** Waits until something is so, looking again whenever a file changes; false when in vain. */
+    [[nodiscard]] bool await(const std::function<bool()> &isSo,
+                             std::chrono::seconds patience = std::chrono::seconds(120)) const
+    {
+        using Clock = std::chrono::steady_clock;
+        const Clock::time_point deadline = Clock::now() + patience;
+        while (!isSo()) {
+            const auto left =
+                    std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
+            pollfd events{ m_events, POLLIN, 0 };
+            char names[4096];
+            if (left.count() <= 0 || poll(&events, 1, static_cast<int>(left.count())) < 0)
+                return false;
+            if (events.revents != 0 && read(m_events, names, sizeof names) < 0)
+                return false;
+        }
+        return true;
+    }
+    /** Waits until the configuration has been read `count` times from now on. */
+    [[nodiscard]] bool awaitConfigRead(int count) const
+    {
+        pollfd events{ m_events, POLLIN, 0 };
+        while (count > 0 && poll(&events, 1, 120'000) > 0) {
+            alignas(inotify_event) char bytes[4096];
+            const ssize_t size = read(m_events, bytes, sizeof bytes);
+            for (ssize_t at = 0; at < size;) {
+                const auto *event = reinterpret_cast<const inotify_event *>(bytes + at);
+                if ((event->mask & IN_CLOSE_NOWRITE) != 0
+                    && std::string_view(event->name) == "pelcloud.json")
+                    --count;
+                at += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
+            }
+        }
+        return count <= 0;
+    }
+
+private:
+    TempDir m_directory;
+    int m_events = inotify_init1(IN_CLOEXEC);
+};
+
+#endif
