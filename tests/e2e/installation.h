@@ -8,6 +8,7 @@
 #include <poll.h>
 #include <regex>
 #include <sys/inotify.h>
+#include <tuple>
 
 #include <QFile>
 
@@ -22,9 +23,14 @@ public:
             QFile::copy(QString::fromStdString(from),
                         QString::fromStdString(file(from.filename())));
         inotify_add_watch(m_events, m_directory.path.c_str(),
-                          IN_MODIFY | IN_CLOSE | IN_MOVED_TO | IN_CREATE);
+                          IN_CLOSE_WRITE | IN_MOVED_TO | IN_CREATE);
+        inotify_add_watch(m_readings, m_directory.path.c_str(), IN_CLOSE_NOWRITE);
     }
-    ~Installation() { close(m_events); }
+    ~Installation()
+    {
+        close(m_events);
+        close(m_readings);
+    }
     Installation(const Installation &) = delete;
     Installation &operator=(const Installation &) = delete;
 
@@ -103,14 +109,15 @@ public:
     /** Waits until the configuration has been read `count` times from now on. */
     [[nodiscard]] bool awaitConfigRead(int count) const
     {
-        pollfd events{ m_events, POLLIN, 0 };
+        pollfd events{ m_readings, POLLIN, 0 };
+        for (char earlier[4096]; poll(&events, 1, 0) > 0;)
+            std::ignore = read(m_readings, earlier, sizeof earlier);
         while (count > 0 && poll(&events, 1, 120'000) > 0) {
             alignas(inotify_event) char bytes[4096];
-            const ssize_t size = read(m_events, bytes, sizeof bytes);
+            const ssize_t size = read(m_readings, bytes, sizeof bytes);
             for (ssize_t at = 0; at < size;) {
                 const auto *event = reinterpret_cast<const inotify_event *>(bytes + at);
-                if ((event->mask & IN_CLOSE_NOWRITE) != 0
-                    && std::string_view(event->name) == "pelcloud.json")
+                if (std::string_view(event->name) == "pelcloud.json")
                     --count;
                 at += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
             }
@@ -121,6 +128,7 @@ public:
 private:
     TempDir m_directory;
     int m_events = inotify_init1(IN_CLOEXEC);
+    int m_readings = inotify_init1(IN_CLOEXEC); // apart, for await() itself reads files
 };
 
 #endif

@@ -1,0 +1,138 @@
+// Hosts that are stopped at chance moments of a run. Each must end by exit(0) and soon, whatever
+// the plug-in was doing. PELCLOUD_STOPS says how many hosts, PELCLOUD_STOP_LIMIT_MS how soon.
+
+#include "tests/e2e/installation.h"
+#include "tests/support/loopbackserver.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <future>
+#include <map>
+#include <random>
+#include <thread>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+constexpr std::size_t AT_ONCE = 40; // about as many as two processors bear
+
+constexpr const char *SEED = R"({
+    "clients": [{ "client_id": "c1", "client_secret": "s3cr3t" }],
+    "refresh_tokens": [{ "refresh_token": "s3cr3t-r", "client_id": "c1" }]})";
+
+/** What a host is doing when it is stopped. */
+struct Stage
+{
+    const char *name;
+    const char *scenario;
+    std::vector<std::string> options; // of the cloud
+    const char *line;                 // of the log, after which the stop comes; null: the start
+    int spreadMs;                     // within so much time
+    bool isMute = false;              // nobody answers behind the proxy
+};
+
+const Stage STAGES[] = {
+    { "call of the library", "[unit *]\ndelay-ms = 60\n", {}, "UPSSrvGetState(0)", 60 },
+    { "call that hangs",
+      "stop-delay-ms = 60000\n[unit *]\ndelay-ms = 60000\n",
+      {},
+      "UPSSrvGetVersionInfo",
+      20 },
+    { "TLS handshake", "", {}, "Computer: Os:", 12 },
+    { "handshake without an answer", "", {}, "Computer: Os:", 20, true },
+    { "token request", "", { "--fault", "token:slow:seconds=0.3" }, "Computer: Os:", 300 },
+    { "report", "", { "--fault", "api:slow:seconds=0.3" }, "Computer: Os:", 600 },
+    { "write of the log",
+      "units = 999\n[unit *]\nversion-fails = yes\nstate-fails = yes\n",
+      {},
+      "UPSSrvGetState(0)",
+      60 },
+    { "nothing", "", {}, nullptr, 3000 },
+};
+
+/** A proxy behind which nobody ever answers. */
+bool muteTunnel(int socket, const LoopbackServer::Request &)
+{
+    return LoopbackServer::send(socket, "HTTP/1.1 200 OK\r\n\r\n");
+}
+
+int setting(const char *name, int otherwise)
+{
+    const char *const text = std::getenv(name); // NOLINT(concurrency-mt-unsafe)
+    return text != nullptr ? std::atoi(text) : otherwise;
+}
+
+/** A host's whole life; the time from the signal to its end. */
+milliseconds stopped(const Stage &stage, LocalCloud &cloud, const std::string &proxy, int delayMs)
+{
+    SCOPED_TRACE(std::string(stage.name) + ", " + std::to_string(delayMs) + " ms");
+    const Installation home;
+    home.writeScenario(stage.scenario);
+    home.writeConfig({ { "home", QString::fromStdString(cloud.address("api")) },
+                       { "cpid", "pc1" },
+                       { "cid", "c1" },
+                       { "csec", "s3cr3t" },
+                       { "rtk", "s3cr3t-r" },
+                       { "log", "info" } });
+    const auto host = home.startHost(proxy);
+    EXPECT_TRUE(home.awaitLog(stage.line != nullptr ? stage.line : "Start service: OK."));
+    std::this_thread::sleep_for(milliseconds(delayMs));
+    const auto before = Clock::now();
+    host->signal(SIGTERM);
+    const int status = host->wait();
+    const auto time = std::chrono::duration_cast<milliseconds>(Clock::now() - before);
+    EXPECT_EQ(status, 0) << host->readAll();
+    const std::string log = home.log();
+    EXPECT_NE(log.find("} Stopping service.\n"), std::string::npos) << log;
+    return time;
+}
+
+void printHistogram(std::vector<milliseconds> times)
+{
+    std::sort(times.begin(), times.end());
+    std::map<long, int> buckets;
+    for (const milliseconds time : times)
+        ++buckets[time.count() / 50 * 50];
+    std::printf("%zu hosts stopped; half of them within %ld ms, all within %ld ms\n", times.size(),
+                times[times.size() / 2].count(), times.back().count());
+    for (const auto &[from, count] : buckets)
+        std::printf("%4ld to %4ld ms: %d\n", from, from + 49, count);
+}
+
+TEST(Stops, EndHostsWell)
+{
+    const std::size_t hosts = static_cast<std::size_t>(setting("PELCLOUD_STOPS", 64));
+    const milliseconds limit(setting("PELCLOUD_STOP_LIMIT_MS", 5000));
+    LoopbackServer mute(muteTunnel);
+    std::vector<std::unique_ptr<LocalCloud>> clouds;
+    for (const Stage &stage : STAGES) {
+        std::vector<std::string> options = stage.options;
+        options.emplace_back("--quiet");
+        clouds.push_back(std::make_unique<LocalCloud>(SEED, options));
+    }
+    std::mt19937 chance(std::random_device{}());
+
+    std::vector<std::future<milliseconds>> ends;
+    std::vector<milliseconds> times;
+    for (std::size_t i = 0; i < hosts; ++i) {
+        if (i >= AT_ONCE)
+            times.push_back(ends[i - AT_ONCE].get());
+        const std::size_t number = i % std::size(STAGES);
+        const Stage &stage = STAGES[number];
+        const int delay = std::uniform_int_distribution(0, stage.spreadMs)(chance);
+        ends.push_back(std::async(
+                std::launch::async, stopped, std::cref(stage), std::ref(*clouds[number]),
+                stage.isMute ? "http://" + mute.host() : clouds[number]->address("proxy"), delay));
+    }
+    for (std::future<milliseconds> &end : ends) {
+        if (end.valid())
+            times.push_back(end.get());
+    }
+    printHistogram(times);
+    EXPECT_LE(*std::max_element(times.begin(), times.end()), limit);
+}
+
+} // namespace
