@@ -141,8 +141,7 @@ bool GoogleToken::isAuthTokenExpired() const
 
 int GoogleToken::getCurrentTimeInSec() const
 {
-    const qint64 seconds = s_currentMSecs() / 1000;
-    return saturated(static_cast<double>(seconds));
+    return static_cast<int>(s_currentMSecs() / 1000); // wraps in 2038
 }
 
 void GoogleToken::setExpiresIn(int seconds)

@@ -29,7 +29,7 @@ public:
 
     /** Whether there is no access token or its last second has come. */
     [[nodiscard]] bool isAuthTokenExpired() const;
-    /** Whole seconds since 1970-01-01 UTC; the 32-bit limit from 2038 on. */
+    /** Whole seconds since 1970-01-01 UTC, in 32 bits: negative from 2038 on. */
     [[nodiscard]] int getCurrentTimeInSec() const;
 
     [[nodiscard]] const QString &getComputerId() const { return m_computerId; }
@@ -74,8 +74,8 @@ private:
     QString m_accessToken;
     QString m_tokenType;
     int m_expiresIn = 0;
-    // 32 bits end on 2038-01-19: neither this nor the current time goes beyond. From then on every
-    // token counts as expired and is renewed before each use, instead of never being renewed.
+    // Compared with the current time, which wraps on 2038-01-19; this stays at the limit of 32 bits
+    // instead, for a token that seems to have expired is renewed, but one that never does is not.
     int m_expiresAt = 0;
     QString m_refreshToken;
     QString m_homeURI;

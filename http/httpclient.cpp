@@ -8,7 +8,6 @@
 #include <csignal>
 #include <cstring>
 #include <ctime>
-#include <limits>
 #include <mutex>
 #include <new>
 
@@ -22,6 +21,9 @@ constexpr char USER_AGENT[] = "pelcloud/" PELCLOUD_VERSION;
 
 // Slower than this, in bytes a second, a transfer stands still.
 constexpr long STANDSTILL = 1;
+
+// A transfer as a whole may take this many times what it may stand still.
+constexpr long PATIENCE_WITH_TRICKLE = 10;
 
 // Not every libcurl guards its own count of users.
 std::mutex libraryMutex;
@@ -131,6 +133,8 @@ HttpClient::HttpClient()
                                     .set(CURLOPT_SSL_VERIFYHOST, VERIFY_TLS ? 2L : 0L)
                                     .set(CURLOPT_WRITEFUNCTION, &writer)
                                     .set(CURLOPT_WRITEDATA, &m_response)
+                                    .set(CURLOPT_HEADERFUNCTION, &headCounter)
+                                    .set(CURLOPT_HEADERDATA, &m_response)
                                     .set(CURLOPT_READFUNCTION, &reader)
                                     .set(CURLOPT_READDATA, &m_upload)
                                     .set(CURLOPT_USERAGENT, USER_AGENT)
@@ -213,6 +217,7 @@ CURLcode HttpClient::transfer(const Method &method, const HttpRequest &request,
         options.set(CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(data.size()));
     }
     options.set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(m_timeout))
+            .set(CURLOPT_TIMEOUT_MS, PATIENCE_WITH_TRICKLE * static_cast<long>(m_timeout))
             .set(CURLOPT_LOW_SPEED_LIMIT, STANDSTILL)
             .set(CURLOPT_LOW_SPEED_TIME,
                  static_cast<long>(std::max<std::int64_t>(1, m_timeout / 1000)));
@@ -281,7 +286,7 @@ std::size_t HttpClient::writer(void *ptr, std::size_t size, std::size_t nmemb,
                                void *userdata) noexcept
 {
     auto &buffer = *static_cast<ResponseBuffer *>(userdata);
-    const std::size_t room = std::numeric_limits<std::size_t>::max() - buffer.size - 1;
+    const std::size_t room = MAX_ANSWER - std::min(buffer.size, MAX_ANSWER);
     if (nmemb != 0 && size > room / nmemb)
         return 0;
     const std::size_t count = size * nmemb;
@@ -295,6 +300,15 @@ std::size_t HttpClient::writer(void *ptr, std::size_t size, std::size_t nmemb,
     buffer.size += count;
     buffer.bytes.get()[buffer.size] = '\0';
     return count;
+}
+
+std::size_t HttpClient::headCounter(void *, std::size_t size, std::size_t nmemb,
+                                    void *userdata) noexcept
+{
+    auto &buffer = *static_cast<ResponseBuffer *>(userdata);
+    const std::size_t count = size * nmemb; // libcurl's lines are short
+    buffer.head += count;
+    return buffer.head <= MAX_HEAD ? count : 0;
 }
 
 bool HttpClient::setHeaders(curl_slist **list, const HttpRequest &request)

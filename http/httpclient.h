@@ -21,8 +21,9 @@ class QByteArray;
  * body like any other. Null means that there was no complete answer (name, connection, TLS,
  * transfer or memory); nothing is logged.
  *
- * Connecting takes 30 seconds at most, and a transfer that moves less than a byte a second for as
- * long is ended; otherwise it may take as long as it likes. Unless the build was configured with
+ * Connecting takes 30 seconds at most, a transfer that moves less than a byte a second for as long
+ * is ended, and so is one that has not come to its end within five minutes or whose answer is
+ * longer than MAX_ANSWER, or its head than MAX_HEAD. Unless the build was configured with
  * PELCLOUD_VERIFY_TLS, whoever answers an HTTPS address is believed (see docs/security.md).
  * Proxies come from the environment, as libcurl reads it.
  *
@@ -33,6 +34,9 @@ class QByteArray;
 class HttpClient
 {
 public:
+    static constexpr std::size_t MAX_ANSWER = 16U << 20U; // bytes
+    static constexpr std::size_t MAX_HEAD = 1U << 20U;
+
     HttpClient();
     ~HttpClient();
     HttpClient(const HttpClient &) = delete;
@@ -63,6 +67,7 @@ public:
     {
         std::unique_ptr<char, Free> bytes; // from malloc()
         std::size_t size = 0;              // without the NUL
+        std::size_t head = 0;              // bytes of headers so far, which are not kept
     };
 
     // libcurl's callbacks: `size` x `nmemb` bytes at `ptr`, `userdata` as said above.
@@ -70,9 +75,12 @@ public:
     /** Hands out the next bytes of the upload source; 0 once it is empty. */
     static std::size_t reader(void *ptr, std::size_t size, std::size_t nmemb,
                               void *userdata) noexcept;
-    /** Adds to the response; 0, with the response as it was, when there is no memory. */
+    /** Adds to the response; 0, with the response as it was, when there is no room for it. */
     static std::size_t writer(void *ptr, std::size_t size, std::size_t nmemb,
                               void *userdata) noexcept;
+    /** Counts a line of the response's head, with the same user data; 0 when there are too many. */
+    static std::size_t headCounter(void *ptr, std::size_t size, std::size_t nmemb,
+                                   void *userdata) noexcept;
 
     /**
      * The request's headers, a "name: value" each, as a new list that the caller frees; null for

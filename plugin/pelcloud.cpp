@@ -13,9 +13,10 @@
 
 #include <algorithm>
 #include <array>
-#include <cxxabi.h>
+#include <exception>
 #include <future>
 #include <memory>
+#include <stdexcept>
 #include <system_error>
 #include <thread>
 
@@ -46,6 +47,7 @@ constexpr auto PATIENCE_WITH_CLISTOP = 300ms;
 constexpr auto PATIENCE_WITH_REQUEST = 350ms;
 /** A run that will not end is cancelled when its client is destroyed. */
 constexpr auto PATIENCE_OF_DESTRUCTOR = 10000ms;
+constexpr auto PATIENCE_WITH_CANCELLED = 1000ms;
 
 /** Far more units than the three digits of their identifiers allow for: a count beyond is garbage. */
 constexpr unsigned long MAX_SERVERS = 10000;
@@ -58,6 +60,13 @@ void logInfo(const QString &message)
 void logError(const QString &message)
 {
     QLog_Error(Constants::LOG_MODULE_NAME, message);
+}
+
+/** In a handler: lets the end of the whole thread go on, which comes without an exception. */
+void rethrowEndOfThread()
+{
+    if (std::current_exception() == nullptr)
+        throw;
 }
 
 QString quoted(const char *before, const QString &name)
@@ -118,17 +127,18 @@ PelCloudClient::~PelCloudClient()
     m_monitor.closeLibrary(0ms);
     m_auth.cancel();
     m_http.cancel();
-    if (!m_monitor.waitForEnd(PATIENCE_OF_DESTRUCTOR))
+    if (!m_monitor.waitForEnd(PATIENCE_OF_DESTRUCTOR)) {
         GetThread()->Kill();
+        m_monitor.waitForEnd(PATIENCE_WITH_CANCELLED);
+    }
 }
 
 int PelCloudClient::start()
 {
     try {
         return loadAndStart();
-    } catch (const abi::__forced_unwind &) {
-        throw;
     } catch (...) {
+        rethrowEndOfThread();
         logError(QStringLiteral("Unknown error loading upscli library."));
         return START_FAILED;
     }
@@ -176,22 +186,33 @@ int PelCloudClient::stop()
 
 /**
  * Calls CliStop with a bound on the time it takes: a thread of its own makes the call, and keeps
- * the library mapped until the call has returned, however late that is.
+ * the library mapped until the call has returned, however late that is. An exception of the
+ * library's must not leave that thread, for it is made of the library's code: another takes its
+ * place here.
  */
 void PelCloudClient::stopLibrary(const Library &library)
 {
     if (library.entries.CliStop == nullptr)
         return;
-    const auto call = [library] { library.entries.CliStop(library.handle); };
-    std::packaged_task<void()> task(call);
-    const std::future<void> returned = task.get_future();
+    auto outcome = std::make_shared<std::promise<bool>>();
+    std::future<bool> returned = outcome->get_future();
+    const auto call = [library, outcome] {
+        bool succeeded = true;
+        try {
+            library.entries.CliStop(library.handle);
+        } catch (...) {
+            rethrowEndOfThread();
+            succeeded = false;
+        }
+        outcome->set_value(succeeded);
+    };
     try {
-        std::thread(std::move(task)).detach();
+        std::thread(call).detach();
     } catch (const std::system_error &) {
         call(); // no thread to be had: better without a bound than not at all
-        return;
     }
-    returned.wait_for(PATIENCE_WITH_CLISTOP);
+    if (returned.wait_for(PATIENCE_WITH_CLISTOP) == std::future_status::ready && !returned.get())
+        throw std::runtime_error("CliStop");
 }
 
 void PelCloudClient::prepareForExit()
@@ -369,11 +390,11 @@ void PelCloudClient::OnTimer()
     if (!m_monitor.begin())
         return;
     const RunScope scope(m_monitor);
+    Library suite; // until after the handler: what the library throws is made of its code
     try {
-        run();
-    } catch (const abi::__forced_unwind &) {
-        throw; // the thread is being cancelled
+        run(suite);
     } catch (...) {
+        rethrowEndOfThread();
         logError(QStringLiteral("Unknown error in polling cycle."));
     }
 }
@@ -386,7 +407,7 @@ void PelCloudClient::adjustLogLevel()
         writer->setLogLevel(LogLevelFromText(m_logLevel));
 }
 
-void PelCloudClient::run()
+void PelCloudClient::run(Library &suite)
 {
     Computer computer;
     DeviceStatus status; // one for all units, so that samples add up within a run
@@ -395,9 +416,10 @@ void PelCloudClient::run()
     if (readConfigFromFile() == 0)
         adjustLogLevel();
 
-    const Library suite = library();
-    const unsigned long count = callLibrary(suite.entries.GetServerCount, suite.handle);
-    for (unsigned long index = 0; index < std::min(count, MAX_SERVERS); ++index) {
+    suite = library();
+    const unsigned long count =
+            std::min(callLibrary(suite.entries.GetServerCount, suite.handle), MAX_SERVERS);
+    for (unsigned long index = 0; index < count && m_monitor.goesOn(); ++index) {
         reportComputer(suite, index, buffers, computer);
         reportDevice(suite, index, buffers, status);
     }

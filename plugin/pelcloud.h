@@ -91,7 +91,7 @@ private:
     int loadAndStart();
     static void stopLibrary(const Library &library);
     Library library();
-    void run();
+    void run(Library &suite);
     void reportComputer(const Library &suite, unsigned long index, ReportBuffers &buffers,
                         Computer &computer);
     void reportDevice(const Library &suite, unsigned long index, ReportBuffers &buffers,

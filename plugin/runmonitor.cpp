@@ -4,8 +4,6 @@
 
 namespace {
 
-using Lock = std::unique_lock<std::mutex>;
-
 /** Sleeps until the process is gone. */
 [[noreturn]] void sleepForGood()
 {
@@ -29,9 +27,17 @@ void RunMonitor::end()
     m_changed.notify_all();
 }
 
+bool RunMonitor::goesOn()
+{
+    Lock lock(m_mutex);
+    restIfEnding(lock);
+    return m_libraryOpen;
+}
+
 bool RunMonitor::enterLibrary()
 {
-    const Lock lock(m_mutex);
+    Lock lock(m_mutex);
+    restIfEnding(lock);
     m_inLibrary = m_libraryOpen;
     return m_inLibrary;
 }
@@ -39,12 +45,19 @@ bool RunMonitor::enterLibrary()
 void RunMonitor::leaveLibrary()
 {
     Lock lock(m_mutex);
-    if (m_ending) {
-        lock.unlock();
-        sleepForGood();
-    }
+    restIfEnding(lock);
     m_inLibrary = false;
     m_changed.notify_all();
+}
+
+void RunMonitor::restIfEnding(Lock &lock)
+{
+    if (!m_ending)
+        return;
+    m_running = false;
+    m_changed.notify_all();
+    lock.unlock();
+    sleepForGood();
 }
 
 void RunMonitor::openLibrary()

@@ -10,8 +10,9 @@
  * moment of it. A stop does not wait for a run; but the run must not enter the suite's library any
  * more, and it must not be in the middle of a request while exit() tears libraries down.
  *
- * The timer thread is the only one to call begin(), end(), enterLibrary() and leaveLibrary();
- * every other operation may be called from any thread.
+ * The timer thread is the only one to call begin(), end(), goesOn(), enterLibrary() and
+ * leaveLibrary(). Once the process is ending, goesOn(), enterLibrary() and leaveLibrary() do not
+ * return: the run rests there until it has ended. Every other operation is for any thread.
  */
 class RunMonitor
 {
@@ -22,9 +23,10 @@ public:
     [[nodiscard]] bool begin();
     void end();
 
+    /** Whether a run has something to go on for: false once the library is closed. */
+    [[nodiscard]] bool goesOn();
     /** Whether the library may be called; when true, leaveLibrary() must follow the call. */
     [[nodiscard]] bool enterLibrary();
-    /** Does not return once the process is ending: the run rests here until it has ended. */
     void leaveLibrary();
 
     /** Lets calls of the library in. */
@@ -36,12 +38,15 @@ public:
     bool waitForEnd(Duration patience);
 
     /**
-     * Declares that the process is ending, and waits up to `patience` until the run has ended or
-     * is inside the library, from where it will not come back. True when that is so.
+     * Declares that the process is ending, and waits up to `patience` until the run has ended,
+     * rests, or is inside the library, from where it will not come back. True when that is so.
      */
     bool rest(Duration patience);
 
 private:
+    using Lock = std::unique_lock<std::mutex>;
+    void restIfEnding(Lock &lock);
+
     std::mutex m_mutex;
     std::condition_variable m_changed;
     bool m_running = false;

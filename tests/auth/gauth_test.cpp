@@ -55,7 +55,7 @@ TEST(GoogleToken, ExpiresAtItsLastSecond)
         EXPECT_EQ(token.getExpiresAt(), row["expiresAt"].toInt());
         EXPECT_EQ(token.isAuthTokenExpired(), row["expired"].toBool()) << token.getExpiresIn();
         for (const int late : { -1, 0 }) {
-            GoogleTokenProbe::setClock(token.getExpiresAt() + late);
+            GoogleTokenProbe::setClock(static_cast<quint32>(token.getExpiresAt() + late));
             EXPECT_EQ(token.isAuthTokenExpired(), late == 0 || token.getExpiresAt() == 0);
         }
     }

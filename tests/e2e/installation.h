@@ -16,12 +16,15 @@
 class Installation
 {
 public:
-    Installation()
+    /** `suite` plays the suite's library. */
+    explicit Installation(const std::string &suite = UPSCLI_FILE)
     {
         // QFile closes its files on exec: no other child may keep the host's program open.
-        for (const std::filesystem::path from : { PLUGIN_FILE, UPSCLI_FILE, PELHOST_FILE })
-            QFile::copy(QString::fromStdString(from),
-                        QString::fromStdString(file(from.filename())));
+        const std::pair<std::string, std::string> files[] = { { PLUGIN_FILE, "pelcloud.so" },
+                                                              { suite, "upscli.so" },
+                                                              { PELHOST_FILE, "pelhost" } };
+        for (const auto &[from, to] : files)
+            QFile::copy(QString::fromStdString(from), QString::fromStdString(file(to)));
         inotify_add_watch(m_events, m_directory.path.c_str(),
                           IN_CLOSE_WRITE | IN_MOVED_TO | IN_CREATE);
         inotify_add_watch(m_readings, m_directory.path.c_str(), IN_CLOSE_NOWRITE);

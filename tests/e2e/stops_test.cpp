@@ -65,6 +65,20 @@ int setting(const char *name, int otherwise)
     return text != nullptr ? std::atoi(text) : otherwise;
 }
 
+/** Stops the host, which must end with status 0; the time that it took. */
+milliseconds stop(Process &host)
+{
+    const auto before = Clock::now();
+    host.signal(SIGTERM);
+    EXPECT_EQ(host.wait(), 0) << host.readAll();
+    return std::chrono::duration_cast<milliseconds>(Clock::now() - before);
+}
+
+milliseconds limit()
+{
+    return milliseconds(setting("PELCLOUD_STOP_LIMIT_MS", 5000));
+}
+
 /** A host's whole life; the time from the signal to its end. */
 milliseconds stopped(const Stage &stage, LocalCloud &cloud, const std::string &proxy, int delayMs)
 {
@@ -80,11 +94,7 @@ milliseconds stopped(const Stage &stage, LocalCloud &cloud, const std::string &p
     const auto host = home.startHost(proxy);
     EXPECT_TRUE(home.awaitLog(stage.line != nullptr ? stage.line : "Start service: OK."));
     std::this_thread::sleep_for(milliseconds(delayMs));
-    const auto before = Clock::now();
-    host->signal(SIGTERM);
-    const int status = host->wait();
-    const auto time = std::chrono::duration_cast<milliseconds>(Clock::now() - before);
-    EXPECT_EQ(status, 0) << host->readAll();
+    const milliseconds time = stop(*host);
     const std::string log = home.log();
     EXPECT_NE(log.find("} Stopping service.\n"), std::string::npos) << log;
     return time;
@@ -105,7 +115,6 @@ void printHistogram(std::vector<milliseconds> times)
 TEST(Stops, EndHostsWell)
 {
     const std::size_t hosts = static_cast<std::size_t>(setting("PELCLOUD_STOPS", 64));
-    const milliseconds limit(setting("PELCLOUD_STOP_LIMIT_MS", 5000));
     LoopbackServer mute(muteTunnel);
     std::vector<std::unique_ptr<LocalCloud>> clouds;
     for (const Stage &stage : STAGES) {
@@ -132,7 +141,48 @@ TEST(Stops, EndHostsWell)
             times.push_back(end.get());
     }
     printHistogram(times);
-    EXPECT_LE(*std::max_element(times.begin(), times.end()), limit);
+    EXPECT_LE(*std::max_element(times.begin(), times.end()), limit());
+}
+
+/** What a library may do to the plug-in, of its own code beside the entries too. */
+TEST(Stops, RogueLibrariesDoNotKeepAHost)
+{
+    const struct
+    {
+        const char *behaviour;
+        const char *line; // of the log, to be awaited; null: the beginning of a run
+        int lines;
+        const char *end; // of the log; null: it ends anywhere
+    } rows[] = {
+        { "hangs when it is unloaded", nullptr, 0, "Unloading upscli library.\n" },
+        { "hangs at the end of the process", nullptr, 0, "Stopping service.\n" },
+        { "throws in a run", "Unknown error in polling cycle.", 2, "Stopping service.\n" },
+        { "throws in a run after the stop", nullptr, 0, nullptr },
+        { "throws when it is stopped", nullptr, 0, "Unknown error stopping service.\n" },
+        { "has units without end", "UPSSrvGetState(99)", 1, "Stopping service.\n" },
+    };
+    std::vector<std::future<void>> ends;
+    for (const auto &row : rows) {
+        ends.push_back(std::async(std::launch::async, [&row] {
+            SCOPED_TRACE(row.behaviour);
+            const Installation home(ROGUE_FILE);
+            home.writeConfig("{ \"log\": \"info\" }");
+            const auto host = home.startHost("", { std::string("ROGUE=") + row.behaviour });
+            if (row.line != nullptr)
+                EXPECT_TRUE(home.awaitLog(row.line, row.lines));
+            else
+                EXPECT_TRUE(home.awaitConfigRead(1));
+            std::this_thread::sleep_for(milliseconds(50)); // for the call of the library
+            EXPECT_LE(stop(*host), limit());
+            const std::string log = home.log();
+            if (row.end != nullptr) {
+                EXPECT_TRUE(log.ends_with(std::string("} ") + row.end)) << log;
+            }
+            EXPECT_EQ(log.find("[]"), std::string::npos) << "a line without a time: Qt was gone";
+        }));
+    }
+    for (std::future<void> &end : ends)
+        end.get();
 }
 
 } // namespace

@@ -1,8 +1,8 @@
 #include "http/httpclient.h"
 
-#include "tests/support/loopbackserver.h"
 #include "http/httprequest.h"
 #include "tests/golden.h"
+#include "tests/support/loopbackserver.h"
 
 #include <gtest/gtest.h>
 
@@ -83,9 +83,14 @@ TEST(HttpClient, Answers)
             const QString then = row["then"].toString();
             const bool isSlow = then == "drip";
             LoopbackServer::send(socket, row["answer"].toString().toLatin1().toStdString());
-            for (int left = row["fill"].toInt(), step = isSlow ? 1 : left; left > 0; left -= step) {
+            const int step = isSlow ? 1 : row["fill"].toInt();
+            for (int left = row["fill"].toInt(); left > 0; left -= step) {
                 std::this_thread::sleep_for(std::chrono::milliseconds(isSlow ? 100 : 0));
-                LoopbackServer::send(socket, std::string(std::size_t(step), 'x'));
+                if (!LoopbackServer::send(socket, std::string(std::size_t(step), 'x')))
+                    return false;
+            }
+            const std::string repeated = row["repeat"].toString().repeated(500).toStdString();
+            while (!repeated.empty() && LoopbackServer::send(socket, repeated)) {
             }
             const linger dropped{ then == "reset", 0 };
             ::setsockopt(socket, SOL_SOCKET, SO_LINGER, &dropped, sizeof dropped);
@@ -98,8 +103,9 @@ TEST(HttpClient, Answers)
         EXPECT_EQ(std::exchange(HttpClientProbe::timeout(client), 2000), 30000);
         const QUrl url = server.url(row["path"].toString(), row["scheme"].toString("http"));
         const QString address = row["url"].toString(url.toString());
-        const std::string body = row["body"].toString("null").toLatin1().toStdString()
-                                 + std::string(std::size_t(row["fill"].toInt()), 'x');
+        const std::string body =
+                row["body"].toString("null").toLatin1().toStdString()
+                + std::string(row["body"].isNull() ? 0 : std::size_t(row["fill"].toInt()), 'x');
         EXPECT_TRUE(send(client, method, QUrl(address), "") == body)
                 << method << ' ' << qPrintable(address);
         EXPECT_EQ(send(client, "PUT", server.url("/after")), "data") << qPrintable(address);

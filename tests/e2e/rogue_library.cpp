@@ -1,0 +1,81 @@
+// A suite's library that does what none should: the variable ROGUE says what.
+
+#include <chrono>
+#include <climits>
+#include <cstdlib>
+#include <mutex>
+#include <stdexcept>
+#include <string_view>
+#include <thread>
+
+#define ENTRY extern "C" __attribute__((visibility("default")))
+
+namespace {
+
+using namespace std::chrono_literals;
+
+bool does(std::string_view behaviour)
+{
+    const char *const told = std::getenv("ROGUE"); // NOLINT(concurrency-mt-unsafe)
+    return told != nullptr && behaviour == told;
+}
+
+/** Its code lies in this library: nobody may keep one once the library is gone. */
+struct Failure : std::runtime_error
+{
+    Failure()
+        : std::runtime_error("rogue")
+    {}
+    ~Failure() override { destroyed = true; }
+    volatile bool destroyed = false;
+};
+
+struct Cleanup
+{
+    std::mutex mutex;
+    ~Cleanup()
+    {
+        if (does("hangs when it is unloaded"))
+            std::this_thread::sleep_for(60s);
+        const std::lock_guard lock(mutex);
+    }
+} cleanup;
+
+} // namespace
+
+ENTRY void *CliStart()
+{
+    return &cleanup;
+}
+
+ENTRY void CliStop(void *)
+{
+    if (does("throws when it is stopped"))
+        throw Failure();
+}
+
+ENTRY unsigned long GetServerCount(void *)
+{
+    if (does("hangs at the end of the process")) {
+        const std::lock_guard lock(cleanup.mutex);
+        std::this_thread::sleep_for(60s);
+    }
+    if (does("throws in a run"))
+        throw Failure();
+    if (does("throws in a run after the stop")) {
+        std::this_thread::sleep_for(260ms); // the stop waits for 200
+        throw Failure();
+    }
+    return does("has units without end") ? ULONG_MAX : 0;
+}
+
+ENTRY int UPSSrvGetVersionInfo(void *, unsigned long, void *)
+{
+    return 0;
+}
+
+ENTRY int UPSSrvGetState(void *, unsigned long, void *, void *, void *, void *, void *, void *,
+                         void *)
+{
+    return 0;
+}
