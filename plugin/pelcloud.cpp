@@ -196,14 +196,15 @@ void PelCloudClient::stopLibrary(const Library &library)
         return;
     auto outcome = std::make_shared<std::promise<bool>>();
     std::future<bool> returned = outcome->get_future();
-    const auto call = [library, outcome] {
+    auto call = [own = library, outcome]() mutable {
         bool succeeded = true;
         try {
-            library.entries.CliStop(library.handle);
+            own.entries.CliStop(own.handle);
         } catch (...) {
             rethrowEndOfThread();
             succeeded = false;
         }
+        own = {}; // before the answer, so that in time it is the client that unloads
         outcome->set_value(succeeded);
     };
     try {

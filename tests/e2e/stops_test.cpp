@@ -154,7 +154,7 @@ TEST(Stops, RogueLibrariesDoNotKeepAHost)
         int lines;
         const char *end; // of the log; null: it ends anywhere
     } rows[] = {
-        { "hangs when it is unloaded", nullptr, 0, nullptr }, // by whichever thread is last
+        { "hangs when it is unloaded", nullptr, 0, "Unloading upscli library.\n" },
         { "hangs at the end of the process", nullptr, 0, "Stopping service.\n" },
         { "throws in a run", "Unknown error in polling cycle.", 2, "Stopping service.\n" },
         { "throws in a run after the stop", nullptr, 0, nullptr },
