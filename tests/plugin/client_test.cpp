@@ -1,20 +1,18 @@
 // The client against the simulated suite library and a cloud on loopback, run by run. The program
 // copies itself into a directory of its own first: the installation directory is its program's.
 
-#include "tests/support/loopbackserver.h"
 #include "logging/qlogger.h"
 #include "model/computer.h"
 #include "model/devicestatus.h"
 #include "plugin/constants.h"
 #include "plugin/dlpelcloud.h"
 #include "support/config.h"
-#include "tests/support/tempdir.h"
+#include "tests/support/loopbackserver.h"
+#include "tests/support/testsinside.h"
 
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <spawn.h>
-#include <sys/wait.h>
 
 #include <QFile>
 #include <QJsonArray>
@@ -26,8 +24,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using Lines = std::vector<std::string>;
-
-constexpr const char *INSIDE = "PELCLOUD_TEST_IS_INSIDE";
 
 /** A client whose runs come when the test says so. */
 class Client : public PelCloudClient
@@ -330,33 +326,9 @@ TEST(EntryPoints, RefuseNothingness)
     EXPECT_EQ(SrvStop(&service), 1);
 }
 
-/** Runs this program once more, from a directory of its own that holds the suite's library. */
-int runInside(char **argv)
-{
-    const TempDir directory;
-    const std::string program = directory.path + "test";
-    fs::copy_file("/proc/self/exe", program);
-    fs::copy_file(PELCLOUD_UPSCLI, directory.path + "upscli.so");
-    ::setenv(INSIDE, "yes", 1); // NOLINT(concurrency-mt-unsafe): the only thread
-    pid_t child = 0;
-    int status = 0;
-    if (posix_spawn(&child, program.c_str(), nullptr, nullptr, argv, environ) != 0
-        || waitpid(child, &status, 0) != child)
-        return 1;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 1;
-}
-
 } // namespace
 
 int main(int argc, char **argv)
 {
-    const bool isInside = std::getenv(INSIDE) != nullptr; // NOLINT(concurrency-mt-unsafe)
-    std::vector<char *> arguments(argv, argv + argc + 1); // before GoogleTest takes its own out
-    testing::InitGoogleTest(&argc, argv);
-    if (fs::exists("/etc/pelorin.conf") && !testing::GTEST_FLAG(list_tests)) {
-        std::puts("A suite is installed here (/etc/pelorin.conf); its files are not for tests.");
-        return 1;
-    }
-    return isInside || testing::GTEST_FLAG(list_tests) ? RUN_ALL_TESTS()
-                                                       : runInside(arguments.data());
+    return runTestsInside(argc, argv, PELCLOUD_UPSCLI);
 }
