@@ -59,13 +59,14 @@ public:
                 .object();
     }
 
-    /** Starts the host; its requests for tokens go through the proxy. */
+    /** Starts the host, in a directory below; its requests for tokens go through the proxy. */
     std::unique_ptr<Process> startHost(const std::string &proxy,
-                                       std::vector<std::string> variables = {}) const
+                                       std::vector<std::string> variables = {},
+                                       const std::string &directory = "") const
     {
         variables.push_back("HTTPS_PROXY=" + proxy);
         return std::make_unique<Process>(std::vector{ file("pelhost"), file("pelcloud.so") },
-                                         m_directory.path, variables);
+                                         file(directory), variables);
     }
 
     /** The log, with the times and the directory masked. */
