@@ -6,7 +6,7 @@
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
-#include <QTextStream>
+#include <QStringConverter>
 
 #include <exception>
 #include <mutex>
@@ -97,7 +97,10 @@ void QLoggerWriter::append(const QString &module, const QString &message) const
         text = QStringLiteral("%1 - Previous log %2\n").arg(now, previous);
     text += QStringLiteral("[%1] [%2] {%3} %4\n")
                     .arg(now, QLoggerManager::levelToText(getLogLevel()), module, message);
-    QTextStream(&file) << text; // as one piece, which reaches the file in one write
+    // As one piece, which reaches the file in one write. Encoded as a text stream encodes, but without
+    // the stream, which does not survive a lack of memory while it connects itself to the file.
+    QStringEncoder encoder(QStringEncoder::Utf8);
+    file.write(encoder(text));
 }
 
 } // namespace QLogger
