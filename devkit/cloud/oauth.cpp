@@ -95,6 +95,7 @@ void OAuthServer::setVerificationUrl(std::string url)
 
 std::string OAuthServer::seed(const QJsonObject &seed)
 {
+    m_tokenPrefix = member(seed, "token_prefix");
     for (const QJsonValue row : seed[QStringLiteral("clients")].toArray()) {
         const std::string id = member(row.toObject(), "client_id");
         if (id.empty())
@@ -161,7 +162,7 @@ OAuthReply OAuthServer::deviceGrant(const std::string &clientId, const std::stri
     m_devices.erase(found);
 
     dropOldest(m_refreshTokens);
-    const std::string refreshToken = randomText(TOKEN_LETTERS, TOKEN_LENGTH);
+    const std::string refreshToken = newToken();
     m_refreshTokens[refreshToken] = { clientId, m_clock() };
     QJsonObject tokens = issueAccessToken();
     tokens[QStringLiteral("refresh_token")] = text(refreshToken);
@@ -251,10 +252,15 @@ bool OAuthServer::isValid(const std::string &accessToken) const
     return found != m_accessTokens.end() && m_clock() < found->second.expiry;
 }
 
+std::string OAuthServer::newToken() const
+{
+    return m_tokenPrefix + randomText(TOKEN_LETTERS, TOKEN_LENGTH);
+}
+
 QJsonObject OAuthServer::issueAccessToken()
 {
     dropOldest(m_accessTokens);
-    const std::string token = randomText(TOKEN_LETTERS, TOKEN_LENGTH);
+    const std::string token = newToken();
     m_accessTokens[token] = { m_clock() + m_settings.tokenLife };
     return { { QStringLiteral("access_token"), text(token) },
              { QStringLiteral("expires_in"), static_cast<qint64>(m_settings.tokenLife.count()) },

@@ -50,8 +50,9 @@ public:
     /**
      * Registers what a seed holds: {"clients": [{"client_id", "client_secret"}],
      * "device_codes": [{"device_code", "client_id", "user_code", "approved"}],
-     * "refresh_tokens": [{"refresh_token", "client_id"}], "access_tokens": [{"access_token"}]}.
-     * Every list, "user_code" and "approved" may be missing. Returns what is wrong with it, or an
+     * "refresh_tokens": [{"refresh_token", "client_id"}], "access_tokens": [{"access_token"}],
+     * "token_prefix": what all tokens issued from now on begin with}.
+     * Every list, "user_code", "approved" and the prefix may be missing. Returns what is wrong with it, or an
      * empty text; never a value of the seed.
      */
     [[nodiscard]] std::string seed(const QJsonObject &seed);
@@ -99,10 +100,12 @@ private:
     [[nodiscard]] OAuthReply pollDevice(Device &device);
     [[nodiscard]] OAuthReply refreshGrant(const std::string &clientId, const std::string &token);
     [[nodiscard]] QJsonObject issueAccessToken();
+    [[nodiscard]] std::string newToken() const;
     [[nodiscard]] std::string seedDevice(const QJsonObject &row);
 
     OAuthSettings m_settings;
     Clock m_clock;
+    std::string m_tokenPrefix;
     std::map<std::string, std::string> m_clients; // secret by id
     std::map<std::string, Device> m_devices;      // by device code
     std::map<std::string, RefreshToken> m_refreshTokens;

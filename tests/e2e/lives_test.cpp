@@ -25,8 +25,8 @@ const std::string COMPUTER_OF_GATE_HOUSE = "units = 1\ntime-scale = 0.001\n"
 /** One life: an installation and a cloud of its own. */
 struct Life
 {
-    explicit Life(const std::vector<std::string> &options = {})
-        : cloud(SEED, options)
+    explicit Life(const std::vector<std::string> &options = {}, const char *seed = SEED)
+        : cloud(seed, options)
     {}
     /** A configuration that can sign in, reporting at Info. */
     QJsonObject refreshing()
@@ -264,6 +264,45 @@ void changesItsLogLevel()
             << log;
 }
 
+/** Secrets go into requests and pelcloud.json, and nowhere else. */
+void keepsItsSecrets()
+{
+    Life life({ "--fault", "token:500:nth=1", "--fault", "token:bad-json:nth=3", "--fault",
+                "api:reset:nth=2", "--fault", "api:bad-json:nth=3" },
+              R"({ "clients": [{ "client_id": "c1", "client_secret": "s3cr3t-client" }],
+                   "device_codes": [{ "device_code": "s3cr3t-code", "client_id": "c1",
+                                      "approved": true }],
+                   "token_prefix": "s3cr3t-issued-" })");
+    life.home.writeScenario(COMPUTER_OF_GATE_HOUSE);
+    QJsonObject config = life.refreshingWith("code", "s3cr3t-code");
+    config.remove("rtk");
+    config["csec"] = "s3cr3t-client";
+    config["log"] = "trace";
+    life.home.writeConfig(config);
+    life.start();
+    const std::string process = "/proc/" + std::to_string(life.host->id());
+    ASSERT_TRUE(life.home.awaitLog("UPSSrvGetState(0)", 3));
+    std::string shown = contentOf(process + "/cmdline") + contentOf(process + "/environ");
+    config = life.home.config();
+    life.home.writeConfig("{ \"csec\": \"s3cr3t-client");
+    ASSERT_TRUE(life.home.awaitLog("UPSSrvGetState(0)", 4));
+    life.home.writeConfig(config);
+    ASSERT_TRUE(life.home.awaitLog("UPSSrvGetState(0)", 5));
+    life.stop();
+
+    for (const auto &file : std::filesystem::recursive_directory_iterator(life.home.file(""))) {
+        if (file.is_regular_file() && file.path().filename() != "pelcloud.json")
+            shown += contentOf(file.path());
+    }
+    EXPECT_EQ(shown.find("s3cr3t"), std::string::npos);
+    EXPECT_GT(life.home.countInLog("[Trace]"), 20);
+
+    config = life.home.config();
+    EXPECT_TRUE(config.take("rtk").toString().startsWith("s3cr3t-issued-"));
+    EXPECT_TRUE(config.take("csec") == "s3cr3t-client" && config.take("code") == "s3cr3t-code");
+    EXPECT_FALSE(QJsonDocument(config).toJson().contains("s3cr3t"));
+}
+
 void cannotStart()
 {
     const std::pair<const char *, std::string> rows[] = {
@@ -404,6 +443,7 @@ TEST(Lives, AllAtOnce)
         { "has nothing to report", hasNothingToReport },
         { "follows the configuration", followsTheConfiguration },
         { "changes its log level", changesItsLogLevel },
+        { "keeps its secrets", keepsItsSecrets },
         { "cannot start", cannotStart },
     };
     for (const TwoRuns &row : twoRuns())
