@@ -195,6 +195,8 @@ TEST_F(ClientTest, TheDeviceGrantRewritesTheConfiguration)
 {
     scenario("units = 1\n");
     config({ { "code", "s3cr3t-c" }, { "log", "debug" }, { "note", "lost" } });
+    const auto mode = fs::perms::owner_read | fs::perms::owner_write;
+    fs::permissions(home + "pelcloud.json", mode);
     ASSERT_EQ(client.start(), 0);
     tokenAnswer = R"({"error":"authorization_pending"})";
     EXPECT_EQ(run(), (Lines{ TOKEN, TOKEN })); // each request tries anew
@@ -208,6 +210,7 @@ TEST_F(ClientTest, TheDeviceGrantRewritesTheConfiguration)
     EXPECT_EQ(written.keys(),
               (QStringList{ "cid", "code", "cpid", "csec", "home", "interval", "log", "rtk" }));
     EXPECT_TRUE(written["rtk"] == "s3cr3t-r" && written["log"] == "debug");
+    EXPECT_EQ(fs::status(home + "pelcloud.json").permissions(), mode);
     EXPECT_EQ(run(), (Lines{ TOKEN, PUT, POST + "000" }));
     EXPECT_EQ(QUrlQuery(QString::fromStdString(requests[0].body)).queryItemValue("grant_type"),
               "refresh_token");
