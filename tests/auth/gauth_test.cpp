@@ -1,7 +1,7 @@
 #include "auth/gauth.h"
 
-#include "tests/support/loopbackserver.h"
 #include "tests/golden.h"
+#include "tests/support/loopbackserver.h"
 
 #include <gtest/gtest.h>
 

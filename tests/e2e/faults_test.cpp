@@ -52,7 +52,7 @@ struct Life
         const int since = before.isEmpty() ? 0 : before.last()["number"].toInt();
         const std::string later = requests + "?since=" + std::to_string(since);
         while (!cloud.readLine().empty()) {
-            for (const QJsonValue &request : ask(later).json()["requests"].toArray()) {
+            for (const QJsonValue request : ask(later).json()["requests"].toArray()) {
                 if (request["method"] == "POST" && request["status"] == 200
                     && request["path"] == "/_ah/api/pelorin/v1/mon/pc1/device/000")
                     return true;
@@ -294,6 +294,7 @@ TEST(Faults, AllAtOnce)
     for (const Stranger &stranger : strangers)
         faults.emplace_back(stranger.name, [&stranger] { meets(stranger); });
     std::vector<std::future<void>> ends;
+    ends.reserve(faults.size());
     for (const auto &fault : faults)
         ends.push_back(std::async(std::launch::async, [&fault] {
             SCOPED_TRACE(fault.first);

@@ -64,7 +64,7 @@ struct Life
     std::string requestLines()
     {
         std::string lines;
-        for (const QJsonValue &request : requests()) {
+        for (const QJsonValue request : requests()) {
             if (request["method"] == "CONNECT")
                 continue;
             std::string path = request["path"].toString().toStdString();
@@ -134,7 +134,7 @@ void sendsTheseBytes()
     const char *const bodies[] = { "wire_token.txt", "wire_computer.json", "wire_unit0.json",
                                    "wire_computer.json", "wire_unit1.json" };
     int compared = 0;
-    for (const QJsonValue &request : requests) {
+    for (const QJsonValue request : requests) {
         if (request["method"] == "CONNECT")
             continue;
         const char *const name = bodies[compared++ % 5];
@@ -144,7 +144,7 @@ void sendsTheseBytes()
         EXPECT_EQ(request["values"]["User-Agent"], "pelcloud/6.3") << name;
         if (name != bodies[0]) {
             std::string names;
-            for (const QJsonValue &header : request["headers"].toArray())
+            for (const QJsonValue header : request["headers"].toArray())
                 names += header.toString().toStdString() + ' ';
             EXPECT_EQ(names, headers + (request["method"] == "PUT" ? "Expect " : "")) << name;
         }
@@ -449,6 +449,7 @@ TEST(Lives, AllAtOnce)
     for (const TwoRuns &row : twoRuns())
         lives.emplace_back(row.name, [row] { livesThrough(row); });
     std::vector<std::future<void>> ends;
+    ends.reserve(lives.size());
     for (const auto &life : lives)
         ends.push_back(std::async(std::launch::async, [&life] {
             SCOPED_TRACE(life.first);
