@@ -176,16 +176,19 @@ try {
                                        { grantName, grant },
                                        { "grant_type", QLatin1String(grantType) } });
     const std::unique_ptr<QByteArray> body(m_client.post(request, form));
-    if (!body)
-        return NoResponse;
-    const QJsonObject answer = QJsonDocument::fromJson(*body).object();
-    const auto error = answer.find(QLatin1String("error"));
-    if (error != answer.end())
-        return errorResult(error->toString());
-    GoogleToken token = m_token;
-    apply(token, answer);
-    m_token = token;
-    return Ok;
+    return body ? Internal::ApplyTokenAnswer(m_token, *body) : NoResponse;
 } catch (const std::exception &) {
     return NoResponse; // out of memory, and nothing was stored
+}
+
+int Internal::ApplyTokenAnswer(GoogleToken &token, const QByteArray &answer)
+{
+    const QJsonObject members = QJsonDocument::fromJson(answer).object();
+    const auto error = members.find(QLatin1String("error"));
+    if (error != members.end())
+        return errorResult(error->toString());
+    GoogleToken changed = token; // without memory, all of it or nothing
+    apply(changed, members);
+    token = changed;
+    return GoogleAuth::Ok;
 }

@@ -5,6 +5,7 @@
 
 #include <QString>
 
+class QByteArray;
 class QJsonObject;
 
 /**
@@ -126,5 +127,12 @@ private:
     HttpClient m_client;
     GoogleToken m_token;
 };
+
+namespace Internal {
+
+/** The Result of a request that was answered with `answer`; Ok gives it to `token`. For tests. */
+[[nodiscard]] int ApplyTokenAnswer(GoogleToken &token, const QByteArray &answer);
+
+} // namespace Internal
 
 #endif

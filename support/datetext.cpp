@@ -80,6 +80,24 @@ bool exists(const std::tm &time)
     return day.ok() && time.tm_hour < 24 && time.tm_min < 60 && time.tm_sec < 60;
 }
 
+std::string formatted(const std::tm &time, std::string_view format)
+{
+    std::string text;
+    while (!format.empty()) {
+        const DateField *const field = leadingField(format);
+        if (field == nullptr) {
+            text += format.front();
+            format.remove_prefix(1);
+            continue;
+        }
+        const int number = time.*field->member + field->offset;
+        const auto width = static_cast<unsigned int>(field->letters.size());
+        text += IntToStr(isShortYear(*field) ? number % 100 : number, width, '0');
+        format.remove_prefix(width);
+    }
+    return text;
+}
+
 } // namespace
 
 std::string DateTimeToStr(long time, const char *format)
@@ -88,23 +106,7 @@ std::string DateTimeToStr(long time, const char *format)
     if (format == nullptr || localtime_r(&time, &local) == nullptr)
         return {};
     const int year = local.tm_year + TM_YEAR_OFFSET;
-    if (year < 0 || year > MAX_YEAR)
-        return {};
-
-    std::string text;
-    for (std::string_view rest = format; !rest.empty();) {
-        const DateField *const field = leadingField(rest);
-        if (field == nullptr) {
-            text += rest.front();
-            rest.remove_prefix(1);
-            continue;
-        }
-        const int number = local.*field->member + field->offset;
-        const auto width = static_cast<unsigned int>(field->letters.size());
-        text += IntToStr(isShortYear(*field) ? number % 100 : number, width, '0');
-        rest.remove_prefix(width);
-    }
-    return text;
+    return year < 0 || year > MAX_YEAR ? std::string() : formatted(local, format);
 }
 
 long StrToDateTimeDef(const char *text, const char *format, long def)
@@ -115,7 +117,7 @@ long StrToDateTimeDef(const char *text, const char *format, long def)
     local.tm_isdst = -1; // whatever holds on that day
     local.tm_wday = -1;  // set by success, unlike the result, which may be -1 then too
     if (text == nullptr || *text == '\0' || format == nullptr || !readFields(text, format, local)
-        || !exists(local))
+        || !exists(local) || formatted(local, format) != text) // a field twice, with two numbers
         return def;
     const long time = std::mktime(&local);
     return local.tm_wday == -1 ? def : time;

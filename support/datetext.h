@@ -15,10 +15,11 @@
 [[nodiscard]] std::string DateTimeToStr(long time, const char *format);
 
 /**
- * The time that `text` tells, or `def` when it is not exactly what the format says, names no day
- * or time of day that exists, or is empty or null. What the format leaves out is that of
- * 1 January 1970, 00:00:00; two digits of a year mean 1969 to 2068. Of an hour that the clocks
- * repeat, the system chooses which one is meant; one that they skip is read as an hour later.
+ * The time that `text` tells, or `def` when it is not exactly what the format says, contradicts
+ * itself, names no day or time of day that exists, or is empty or null. What the format leaves out
+ * is that of 1 January 1970, 00:00:00; two digits of a year mean 1969 to 2068. Of an hour that the
+ * clocks repeat, the system chooses which one is meant; one that they skip is read as an hour
+ * later.
  */
 [[nodiscard]] long StrToDateTimeDef(const char *text, const char *format, long def);
 

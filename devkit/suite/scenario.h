@@ -51,6 +51,8 @@ struct Unit
     std::int64_t faultCall = 0; // the only faulty call, from 1; 0 is every call
     std::int64_t faultFrom = 0;
     std::int64_t faultUntil = INT64_MAX; // the first second that is healthy again
+
+    bool operator==(const Unit &) const = default;
 };
 
 struct Scenario
@@ -66,6 +68,8 @@ struct Scenario
     int stopDelayMs = 0;
     int declaredUnits = -1; // -1: not said
     std::vector<Unit> units;
+
+    bool operator==(const Scenario &) const = default;
 };
 
 /** A line of a scenario that could not be used, and why. */

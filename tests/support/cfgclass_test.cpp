@@ -211,6 +211,8 @@ TEST(DateText, Formats)
     for (const char *const text :
          { "", "01", "01/2", "01/20 ", "1/2020", "13/20", "00/20", "01-20" })
         EXPECT_EQ(StrToDateTimeDef(text, "mm/yy", -99), -99) << text;
+    for (const char *const text : { "01.02", "28.29" }) // of a day that stands there twice
+        EXPECT_EQ(StrToDateTimeDef(text, "dd.dd", -99), -99) << text;
     EXPECT_EQ(StrToDateTimeDef("1", nullptr, -99), -99);
     setenv("TZ", "CET-1", 1);
     std::mt19937_64 random(5);
