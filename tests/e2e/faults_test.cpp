@@ -18,10 +18,6 @@ namespace {
 using namespace std::chrono_literals;
 namespace fs = std::filesystem;
 
-constexpr const char *SEED = R"({
-    "clients": [{ "client_id": "c1", "client_secret": "s3cr3t" }],
-    "refresh_tokens": [{ "refresh_token": "s3cr3t-r", "client_id": "c1" }]})";
-
 struct Life
 {
     Life()
@@ -31,12 +27,7 @@ struct Life
     }
     void reportTo(const std::string &address) const
     {
-        home.writeConfig({ { "home", QString::fromStdString(address) },
-                           { "cpid", "pc1" },
-                           { "cid", "c1" },
-                           { "csec", "s3cr3t" },
-                           { "rtk", "s3cr3t-r" },
-                           { "log", "info" } });
+        home.writeConfig(configOfOneClient(address));
     }
     void start(std::vector<std::string> variables = {}, const std::string &directory = "")
     {
@@ -66,7 +57,7 @@ struct Life
         EXPECT_EQ(host->wait(), 0) << host->readAll();
     }
 
-    LocalCloud cloud{ SEED };
+    LocalCloud cloud;
     Installation home;
     std::unique_ptr<Process> host;
 };

@@ -12,11 +12,6 @@
 
 namespace {
 
-constexpr const char *SEED = R"({
-    "clients": [{ "client_id": "c1", "client_secret": "s3cr3t" }],
-    "device_codes": [{ "device_code": "s3cr3t-d", "client_id": "c1" }],
-    "refresh_tokens": [{ "refresh_token": "s3cr3t-r", "client_id": "c1" }]})";
-
 const std::string MON = "/_ah/api/pelorin/v1/mon/";
 const std::string COMPUTER_OF_GATE_HOUSE = "units = 1\ntime-scale = 0.001\n"
                                            "[unit *]\nnoise = 0\nsamples = 3\n"
@@ -25,19 +20,12 @@ const std::string COMPUTER_OF_GATE_HOUSE = "units = 1\ntime-scale = 0.001\n"
 /** One life: an installation and a cloud of its own. */
 struct Life
 {
-    explicit Life(const std::vector<std::string> &options = {}, const char *seed = SEED)
+    explicit Life(const std::vector<std::string> &options = {},
+                  const char *seed = SEED_OF_ONE_CLIENT)
         : cloud(seed, options)
     {}
     /** A configuration that can sign in, reporting at Info. */
-    QJsonObject refreshing()
-    {
-        return { { "home", QString::fromStdString(cloud.address("api")) },
-                 { "cpid", "pc1" },
-                 { "cid", "c1" },
-                 { "csec", "s3cr3t" },
-                 { "rtk", "s3cr3t-r" },
-                 { "log", "info" } };
-    }
+    QJsonObject refreshing() { return configOfOneClient(cloud.address("api")); }
     QJsonObject refreshingWith(const char *key, const QJsonValue &value)
     {
         QJsonObject object = refreshing();

@@ -19,10 +19,6 @@ using std::chrono::milliseconds;
 
 constexpr std::size_t AT_ONCE = 40; // about as many as two processors bear
 
-constexpr const char *SEED = R"({
-    "clients": [{ "client_id": "c1", "client_secret": "s3cr3t" }],
-    "refresh_tokens": [{ "refresh_token": "s3cr3t-r", "client_id": "c1" }]})";
-
 /** What a host is doing when it is stopped. */
 struct Stage
 {
@@ -85,12 +81,7 @@ milliseconds stopped(const Stage &stage, LocalCloud &cloud, const std::string &p
     SCOPED_TRACE(std::string(stage.name) + ", " + std::to_string(delayMs) + " ms");
     const Installation home;
     home.writeScenario(stage.scenario);
-    home.writeConfig({ { "home", QString::fromStdString(cloud.address("api")) },
-                       { "cpid", "pc1" },
-                       { "cid", "c1" },
-                       { "csec", "s3cr3t" },
-                       { "rtk", "s3cr3t-r" },
-                       { "log", "info" } });
+    home.writeConfig(configOfOneClient(cloud.address("api")));
     const auto host = home.startHost(proxy);
     EXPECT_TRUE(home.awaitLog(stage.line != nullptr ? stage.line : "Start service: OK."));
     std::this_thread::sleep_for(milliseconds(delayMs));
@@ -120,7 +111,7 @@ TEST(Stops, EndHostsWell)
     for (const Stage &stage : STAGES) {
         std::vector<std::string> options = stage.options;
         options.emplace_back("--quiet");
-        clouds.push_back(std::make_unique<LocalCloud>(SEED, options));
+        clouds.push_back(std::make_unique<LocalCloud>(SEED_OF_ONE_CLIENT, options));
     }
     std::mt19937 chance(std::random_device{}());
 

@@ -11,22 +11,13 @@ namespace {
 
 constexpr int STATUS_OF_ERRORS = 99;
 
-constexpr const char *SEED = R"({
-    "clients": [{ "client_id": "c1", "client_secret": "s3cr3t" }],
-    "refresh_tokens": [{ "refresh_token": "s3cr3t-r", "client_id": "c1" }]})";
-
 /** A line for each kind of loss: "definitely lost: 0 bytes in 0 blocks". */
 std::vector<std::string> lossesOfALife(int runs)
 {
-    LocalCloud cloud(SEED);
+    LocalCloud cloud;
     const Installation home;
     home.writeScenario("units = 2\n[unit *]\nsamples = 8\n");
-    home.writeConfig({ { "home", QString::fromStdString(cloud.address("api")) },
-                       { "cpid", "pc1" },
-                       { "cid", "c1" },
-                       { "csec", "s3cr3t" },
-                       { "rtk", "s3cr3t-r" },
-                       { "log", "info" } });
+    home.writeConfig(configOfOneClient(cloud.address("api")));
     Process host({ VALGRIND_PROGRAM, "--error-exitcode=" + std::to_string(STATUS_OF_ERRORS),
                    "--leak-check=full", "--errors-for-leak-kinds=none", "--num-callers=30",
                    "--log-file=" + home.file("valgrind.log"), home.file("pelhost"),

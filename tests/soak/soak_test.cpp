@@ -18,10 +18,6 @@ namespace {
 using namespace std::chrono_literals;
 namespace fs = std::filesystem;
 
-constexpr const char *SEED = R"({
-    "clients": [{ "client_id": "c1", "client_secret": "s3cr3t" }],
-    "refresh_tokens": [{ "refresh_token": "s3cr3t-r", "client_id": "c1" }]})";
-
 constexpr unsigned RUNS_BETWEEN_CHANGES = 50;
 constexpr std::size_t HEAP_TOLERANCE = 64U << 10U;
 
@@ -138,10 +134,9 @@ protected:
     }
 
     const std::string m_home = GetPelorinPath();
-    LocalCloud m_cloud{ SEED, { "--quiet" } };
-    const std::string m_good = R"({ "home": ")" + m_cloud.address("api")
-                               + R"(", "cpid": "pc1", "cid": "c1", "csec": "s3cr3t",
-                                     "rtk": "s3cr3t-r", "log": "info" })";
+    LocalCloud m_cloud{ SEED_OF_ONE_CLIENT, { "--quiet" } };
+    const std::string m_good =
+            QJsonDocument(configOfOneClient(m_cloud.address("api"))).toJson().toStdString();
     std::mt19937 m_chance{ 1 };
 };
 

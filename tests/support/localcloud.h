@@ -53,11 +53,29 @@ inline Reply ask(const std::string &url, const char *method = "GET", const char 
     return reply;
 }
 
+/** A seed with one client, which may sign in with a device code, once approved, or a refresh token. */
+inline constexpr const char *SEED_OF_ONE_CLIENT = R"({
+    "clients": [{ "client_id": "c1", "client_secret": "s3cr3t" }],
+    "device_codes": [{ "device_code": "s3cr3t-d", "client_id": "c1" }],
+    "refresh_tokens": [{ "refresh_token": "s3cr3t-r", "client_id": "c1" }]})";
+
+/** What pelcloud.json holds for a computer that reports to this address with the seed above. */
+inline QJsonObject configOfOneClient(const std::string &address)
+{
+    return { { "home", QString::fromStdString(address) },
+             { "cpid", "pc1" },
+             { "cid", "c1" },
+             { "csec", "s3cr3t" },
+             { "rtk", "s3cr3t-r" },
+             { "log", "info" } };
+}
+
 /** The local cloud as a child, on ports that the kernel chose. */
 class LocalCloud
 {
 public:
-    explicit LocalCloud(const std::string &seed, std::vector<std::string> options = {})
+    explicit LocalCloud(const std::string &seed = SEED_OF_ONE_CLIENT,
+                        std::vector<std::string> options = {})
         : m_process(command(written(m_directory.path + "seed.json", seed), std::move(options)))
     {
         for (std::string line = m_process.readLine(); !line.empty(); line = m_process.readLine()) {
