@@ -18,11 +18,11 @@ function(pelcloud_configure_target target)
   endif()
 endfunction()
 
-# pelcloud_add_test(NAME SOURCES... [LIBRARIES lib...] [PREFIX text]): a GoogleTest program whose cases ctest runs
-# one by one, their names behind the prefix. Every secret that a test makes up holds the word s3cr3t, which no output
+# pelcloud_add_test(NAME SOURCES... [LIBRARIES lib...] [PREFIX text] [SECONDS n]): a GoogleTest program whose cases ctest
+# runs one by one, their names behind the prefix; those that take many seconds come first. Every secret that a test makes up holds the word s3cr3t, which no output
 # of any test may show.
 function(pelcloud_add_test name)
-  cmake_parse_arguments(PARSE_ARGV 1 arg "" "PREFIX" "SOURCES;LIBRARIES")
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "PREFIX;SECONDS" "SOURCES;LIBRARIES")
   add_executable(${name} ${arg_SOURCES})
   pelcloud_configure_target(${name})
   target_link_libraries(${name} PRIVATE pelcloud_core GTest::gtest_main ${arg_LIBRARIES})
@@ -30,6 +30,7 @@ function(pelcloud_add_test name)
   # AddressSanitizer's marks on the stack of a killed thread outlive its variables, unless those lie elsewhere.
   gtest_discover_tests(${name} TEST_PREFIX "${arg_PREFIX}" DISCOVERY_TIMEOUT 60 PROPERTIES
     TIMEOUT 300
+    COST "${arg_SECONDS}"
     FAIL_REGULAR_EXPRESSION "s3cr3t"
     ENVIRONMENT ASAN_OPTIONS=detect_stack_use_after_return=1)
   foreach(source IN LISTS arg_SOURCES)
