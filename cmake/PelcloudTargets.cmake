@@ -39,18 +39,32 @@ function(pelcloud_add_test name)
   endforeach()
 endfunction()
 
+# pelcloud_add_script_test(NAME SCRIPT [arg...]): a test in Python, which ends with status 77 where it cannot run.
+function(pelcloud_add_script_test name script)
+  cmake_path(ABSOLUTE_PATH script)
+  set_property(GLOBAL APPEND PROPERTY PELCLOUD_TEST_SOURCES "${script}")
+  # The system's own interpreter is the one that knows the system's packages.
+  add_test(NAME ${name} COMMAND /usr/bin/python3 ${script} ${ARGN})
+  set_tests_properties(${name} PROPERTIES
+    TIMEOUT 300
+    SKIP_RETURN_CODE 77
+    FAIL_REGULAR_EXPRESSION "s3cr3t")
+endfunction()
+
 # A test source that this build has no program for, on purpose.
 function(pelcloud_leave_out source)
   cmake_path(ABSOLUTE_PATH source)
   set_property(GLOBAL APPEND PROPERTY PELCLOUD_TEST_SOURCES "${source}")
 endfunction()
 
-# A test that was never registered is not a test: every *_test.cpp below tests/ must belong to a program.
+# A test that was never registered is not a test: every *_test.cpp below tests/ must belong to a program, and every
+# *_test.py must have been added.
 function(pelcloud_require_all_tests_registered)
-  file(GLOB_RECURSE on_disk CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/tests/*_test.cpp")
+  file(GLOB_RECURSE on_disk CONFIGURE_DEPENDS
+    "${PROJECT_SOURCE_DIR}/tests/*_test.cpp" "${PROJECT_SOURCE_DIR}/tests/*_test.py")
   get_property(registered GLOBAL PROPERTY PELCLOUD_TEST_SOURCES)
   list(REMOVE_ITEM on_disk ${registered})
   if(on_disk)
-    message(FATAL_ERROR "Test sources that no program builds: ${on_disk}")
+    message(FATAL_ERROR "Tests that are not registered: ${on_disk}")
   endif()
 endfunction()
