@@ -168,6 +168,7 @@ int GoogleAuth::getTokenByRefreshToken()
 
 int GoogleAuth::requestToken(const char *grantName, const QString &grant, const char *grantType)
 try {
+    m_lastError.clear();
     HttpRequest request{ QUrl(GOOGLE_OAUTH2_GET_TOKEN) };
     request.setRawHeader("Content-Type", "application/x-www-form-urlencoded");
     request.setRawHeader("Accept", "application/json");
@@ -176,17 +177,21 @@ try {
                                        { grantName, grant },
                                        { "grant_type", QLatin1String(grantType) } });
     const std::unique_ptr<QByteArray> body(m_client.post(request, form));
-    return body ? Internal::ApplyTokenAnswer(m_token, *body) : NoResponse;
+    return body ? Internal::ApplyTokenAnswer(m_token, *body, &m_lastError) : NoResponse;
 } catch (const std::exception &) {
     return NoResponse; // out of memory, and nothing was stored
 }
 
-int Internal::ApplyTokenAnswer(GoogleToken &token, const QByteArray &answer)
+int Internal::ApplyTokenAnswer(GoogleToken &token, const QByteArray &answer, QString *error)
 {
     const QJsonObject members = QJsonDocument::fromJson(answer).object();
-    const auto error = members.find(QLatin1String("error"));
-    if (error != members.end())
-        return errorResult(error->toString());
+    const auto found = members.find(QLatin1String("error"));
+    if (found != members.end()) {
+        const QString word = found->toString();
+        if (error != nullptr)
+            *error = word;
+        return errorResult(word);
+    }
     GoogleToken changed = token; // without memory, all of it or nothing
     apply(changed, members);
     token = changed;

@@ -118,6 +118,13 @@ public:
     void setToken(const GoogleToken &token) { m_token = token; }
     [[nodiscard]] bool isAuthTokenExpired() const { return m_token.isAuthTokenExpired(); }
 
+    /** The "error" word of the last answer, which OtherError leaves open; empty when it had none. */
+    [[nodiscard]] const QString &lastError() const { return m_lastError; }
+    /** The HTTP status of the last answer; 0 when there was none. */
+    [[nodiscard]] long lastStatus() const { return m_client.lastStatus(); }
+    /** Why there was no answer, for a person; empty when there was one. */
+    [[nodiscard]] const char *lastFailure() const { return m_client.lastError(); }
+
     /** Ends the request in progress without an answer, and every later one. For any thread. */
     void cancel() noexcept { m_client.cancel(); }
 
@@ -126,12 +133,17 @@ private:
 
     HttpClient m_client;
     GoogleToken m_token;
+    QString m_lastError;
 };
 
 namespace Internal {
 
-/** The Result of a request that was answered with `answer`; Ok gives it to `token`. For tests. */
-[[nodiscard]] int ApplyTokenAnswer(GoogleToken &token, const QByteArray &answer);
+/**
+ * The Result of a request that was answered with `answer`; Ok gives it to `token`, anything else
+ * its "error" word to `error`, unless that is null.
+ */
+[[nodiscard]] int ApplyTokenAnswer(GoogleToken &token, const QByteArray &answer,
+                                   QString *error = nullptr);
 
 } // namespace Internal
 

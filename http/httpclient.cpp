@@ -181,6 +181,8 @@ QByteArray *HttpClient::exchange(const Method &method, const HttpRequest &reques
                                  const QByteArray &data)
 {
     m_response.bytes.reset(static_cast<char *>(std::calloc(1, 1)));
+    m_lastResult = m_handle ? CURLE_OUT_OF_MEMORY : CURLE_FAILED_INIT;
+    m_lastStatus = 0;
     QByteArray *body = nullptr;
     if (m_response.bytes && m_handle) {
         try {
@@ -227,6 +229,8 @@ CURLcode HttpClient::transfer(const Method &method, const HttpRequest &request,
         const SigPipeShield shield;
         result = perform();
     }
+    if (result == CURLE_OK && m_handle)
+        curl_easy_getinfo(m_handle.get(), CURLINFO_RESPONSE_CODE, &m_lastStatus);
 
     // Headers and data end with this call; a handle that cannot let go of them is not used again.
     m_upload = {};
@@ -260,6 +264,11 @@ CURLcode HttpClient::perform()
     if (curl_multi_remove_handle(m_transfers.get(), m_handle.get()) != CURLM_OK)
         m_handle.reset();
     return result;
+}
+
+const char *HttpClient::lastError() const
+{
+    return m_lastResult == CURLE_OK ? "" : curl_easy_strerror(m_lastResult);
 }
 
 void HttpClient::cancel() noexcept

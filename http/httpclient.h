@@ -48,6 +48,11 @@ public:
     /** Sends nothing and returns null: no service that is in use deletes anything. */
     QByteArray *del(const HttpRequest &request);
 
+    /** The status of the last request's answer, 200 for example; 0 when there was no answer. */
+    [[nodiscard]] long lastStatus() const { return m_lastStatus; }
+    /** Why the last request gave null, in libcurl's words; empty when it did not. */
+    [[nodiscard]] const char *lastError() const;
+
     /** Ends the request in progress with null, and every later one at once. For any thread. */
     void cancel() noexcept;
 
@@ -129,6 +134,7 @@ private:
     std::unique_ptr<CURL, Cleanup> m_handle;              // null: every request returns null
     std::atomic<bool> m_cancelled = false;
     CURLcode m_lastResult = CURLE_OK;
+    long m_lastStatus = 0;
 };
 
 #endif

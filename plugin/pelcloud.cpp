@@ -5,14 +5,15 @@
 #include "model/computer.h"
 #include "model/devicestatus.h"
 #include "model/pel6trans.h"
+#include "plugin/configfile.h"
 #include "plugin/constants.h"
 #include "plugin/loglevels.h"
+#include "plugin/recordbuffers.h"
 #include "support/config.h"
 #include "support/jsontext.h"
 #include "support/utils.h"
 
 #include <algorithm>
-#include <array>
 #include <exception>
 #include <future>
 #include <memory>
@@ -85,36 +86,7 @@ struct Emptiness
     {}
 };
 
-/**
- * A record of the suite with room behind it, since the library's idea of a record may be longer
- * than what is known of it. Zeroed, for the library need not fill it.
- */
-template <class Record>
-class Buffer
-{
-public:
-    Record *get() { return reinterpret_cast<Record *>(m_bytes.data()); }
-
-private:
-    static constexpr std::size_t SIZE = 4096;
-    static_assert(sizeof(Record) <= SIZE);
-    alignas(std::max_align_t) std::array<unsigned char, SIZE> m_bytes{};
-};
-
 } // namespace
-
-/** What the library fills for one unit after another. */
-struct PelCloudClient::ReportBuffers
-{
-    Buffer<pelorin_version_info> version;
-    Buffer<nb_capabilities> capabilities;
-    Buffer<nb_variaveis> variables;
-    Buffer<nb_estado_flags> stateFlags;
-    Buffer<nb_falha_flags> failureFlags;
-    Buffer<long> cause;
-    Buffer<unsigned long> counter;
-    Buffer<char> fullDischarge;
-};
 
 PelCloudClient::PelCloudClient()
     : m_interval(DEFAULT_INTERVAL_MS)
@@ -267,20 +239,17 @@ int PelCloudClient::readConfigFromFile()
 int PelCloudClient::writeConfig(const QJsonObject &object)
 {
     const QString name = getConfigFilename();
-    const QByteArray bytes = ToJsonText(object);
-    QFile file(name);
-    if (!file.open(QIODevice::WriteOnly)) {
+    switch (WriteConfigFile(name, object)) {
+    case ConfigWriting::Done:
+        return 0;
+    case ConfigWriting::NotOpened:
         logError(quoted("Error opening (to write) config file", name));
-        return CONFIG_FAILED;
-    }
-    // Flushed before it is judged: a full disk shows only when the bytes reach the file.
-    const bool written = file.write(bytes) == bytes.size() && file.flush();
-    file.close();
-    if (!written) {
+        break;
+    case ConfigWriting::NotWritten:
         logError(quoted("Error writing config file", name));
-        return CONFIG_FAILED;
+        break;
     }
-    return 0;
+    return CONFIG_FAILED;
 }
 
 int PelCloudClient::writeConfigToFile()
@@ -333,52 +302,55 @@ int PelCloudClient::getGoogleAccessToken()
     return m_auth.getTokenByRefreshToken() == 0 ? 0 : GRANT_FAILED;
 }
 
-HttpRequest PelCloudClient::authorizedRequest(const QString &url)
-{
-    HttpRequest request{ QUrl(url) };
-    request.setRawHeader("Content-Type", "application/json");
-    request.setRawHeader("Authorization",
-                         "Bearer " + m_auth.getToken().getAccessToken().toLatin1());
-    return request;
-}
-
 int PelCloudClient::postDataFromComputer(const Computer &computer)
 {
-    if (const int result = login(); result != 0)
+    if (const int result = login(); result != 0) {
+        onReport({ "PUT", {}, 0, result, 0, "" });
         return result;
-    const GoogleToken token = m_auth.getToken();
-    const HttpRequest request = authorizedRequest(
-            Constants::COMPUTER_URI_PATTERN.arg(token.getHomeURI(), token.getComputerId()));
-
+    }
+    const GoogleToken &token = m_auth.getToken();
     QJsonObject body = computer.toJson();
     body.insert(QLatin1String("id"), token.getComputerId());
     body.remove(QLatin1String("name"));
-
-    const std::unique_ptr<QByteArray> answer(m_http.put(request, ToJsonText(body)));
-    if (answer == nullptr) {
-        logError(QLatin1String("HTTP PUT ") + request.url() + QLatin1String(" error."));
-        return REQUEST_FAILED;
-    }
-    logInfo(QLatin1String("HTTP PUT ") + request.url() + QLatin1String(" OK."));
-    return 0;
+    return send("PUT", &HttpClient::put,
+                Constants::COMPUTER_URI_PATTERN.arg(token.getHomeURI(), token.getComputerId()),
+                ToJsonText(body));
 }
 
 int PelCloudClient::postDataFromDevice(const char *deviceId, const DeviceStatus &status)
 {
-    if (const int result = login(); result != 0)
+    if (const int result = login(); result != 0) {
+        onReport({ "POST", {}, 0, result, 0, "" });
         return result;
-    const GoogleToken token = m_auth.getToken();
-    const HttpRequest request = authorizedRequest(Constants::DEVICE_URI_PATTERN.arg(
-            token.getHomeURI(), token.getComputerId(), QString::fromLatin1(deviceId)));
-
-    const std::unique_ptr<QByteArray> answer(m_http.post(request, ToJsonText(status.toJson())));
-    if (answer == nullptr) {
-        logError(QLatin1String("HTTP POST ") + request.url() + QLatin1String(" error."));
-        return REQUEST_FAILED;
     }
-    logInfo(QLatin1String("HTTP POST ") + request.url() + QLatin1String(" OK."));
-    return 0;
+    const GoogleToken &token = m_auth.getToken();
+    return send("POST", &HttpClient::post,
+                Constants::DEVICE_URI_PATTERN.arg(token.getHomeURI(), token.getComputerId(),
+                                                  QString::fromLatin1(deviceId)),
+                ToJsonText(status.toJson()));
 }
+
+int PelCloudClient::send(const char *method, Exchange exchange, const QString &uri,
+                         const QByteArray &body)
+{
+    HttpRequest request{ QUrl(uri) };
+    request.setRawHeader("Content-Type", "application/json");
+    request.setRawHeader("Authorization",
+                         "Bearer " + m_auth.getToken().getAccessToken().toLatin1());
+    const std::unique_ptr<QByteArray> answer((m_http.*exchange)(request, body));
+    const QString message =
+            QLatin1String("HTTP ") + QLatin1String(method) + QLatin1Char(' ') + request.url();
+    if (answer == nullptr)
+        logError(message + QLatin1String(" error."));
+    else
+        logInfo(message + QLatin1String(" OK."));
+    const int result = answer == nullptr ? REQUEST_FAILED : 0;
+    onReport({ method, request.url(), body.size(), result, m_http.lastStatus(),
+               m_http.lastError() });
+    return result;
+}
+
+void PelCloudClient::onReport([[maybe_unused]] const Report &report) {}
 
 PelCloudClient::Library PelCloudClient::library()
 {
@@ -412,7 +384,7 @@ void PelCloudClient::run(Library &suite)
 {
     Computer computer;
     DeviceStatus status; // one for all units, so that samples add up within a run
-    ReportBuffers buffers;
+    RecordBuffers buffers;
 
     if (readConfigFromFile() == 0)
         adjustLogLevel();
@@ -440,7 +412,7 @@ Result PelCloudClient::callLibrary(Result (*entry)(Parameters...), Arguments... 
 }
 
 void PelCloudClient::reportComputer(const Library &suite, unsigned long index,
-                                    ReportBuffers &buffers, Computer &computer)
+                                    RecordBuffers &buffers, Computer &computer)
 {
     logInfo(QStringLiteral("UPSSrvGetVersionInfo..."));
     if (callLibrary(suite.entries.UPSSrvGetVersionInfo, suite.handle, index, buffers.version.get())
@@ -453,7 +425,7 @@ void PelCloudClient::reportComputer(const Library &suite, unsigned long index,
     postDataFromComputer(computer);
 }
 
-void PelCloudClient::reportDevice(const Library &suite, unsigned long index, ReportBuffers &buffers,
+void PelCloudClient::reportDevice(const Library &suite, unsigned long index, RecordBuffers &buffers,
                                   DeviceStatus &status)
 {
     logInfo(QLatin1String("UPSSrvGetState(") + QString::number(index) + QLatin1String(")..."));

@@ -15,6 +15,7 @@
 class Computer;
 class DeviceStatus;
 class HttpRequest;
+struct RecordBuffers;
 
 /**
  * The cloud reporting client: every interval it reads its configuration, asks the suite's client
@@ -72,6 +73,19 @@ public:
     void prepareForExit();
 
 protected:
+    /** A request of a run as it ended, for those who watch. */
+    struct Report
+    {
+        const char *method;
+        QString url;       // empty when login() failed before
+        qsizetype size;    // of the body, in bytes
+        int result;        // what postDataFromComputer() or postDataFromDevice() gives
+        long status;       // of the answer; 0 without one
+        const char *error; // why there is no answer, for a person; empty otherwise
+    };
+    /** Called on the run's thread after each request, or instead of it when login() failed. */
+    virtual void onReport(const Report &report);
+
     /** One run. An exception in it is logged and goes no further. */
     void OnTimer() override;
 
@@ -86,20 +100,19 @@ private:
         void *handle = nullptr;
     };
 
-    struct ReportBuffers;
-
     int loadAndStart();
     static void stopLibrary(const Library &library);
     Library library();
     void run(Library &suite);
-    void reportComputer(const Library &suite, unsigned long index, ReportBuffers &buffers,
+    void reportComputer(const Library &suite, unsigned long index, RecordBuffers &buffers,
                         Computer &computer);
-    void reportDevice(const Library &suite, unsigned long index, ReportBuffers &buffers,
+    void reportDevice(const Library &suite, unsigned long index, RecordBuffers &buffers,
                       DeviceStatus &status);
     template <class Result, class... Parameters, class... Arguments>
     Result callLibrary(Result (*entry)(Parameters...), Arguments... arguments);
     void adjustLogLevel();
-    HttpRequest authorizedRequest(const QString &url);
+    using Exchange = QByteArray *(HttpClient::*)(const HttpRequest &, const QByteArray &);
+    int send(const char *method, Exchange exchange, const QString &uri, const QByteArray &body);
 
     int m_interval;
     GoogleAuth m_auth;

@@ -38,6 +38,13 @@ constexpr struct
 constexpr std::string_view PELORIN_PREFIX = "//BASEDIR//";
 constexpr std::string_view BASE_PREFIX = "//UPSCONFIGDIR//";
 
+/** What SetPelorinPath() was given. Never destroyed, as threads may ask until the process ends. */
+std::string &toldPath()
+{
+    static auto &path = *new std::string;
+    return path;
+}
+
 std::string baseDirectory(const char *base)
 {
     const bool isNumber = StrToIntDef(base, -1) >= 0;
@@ -48,7 +55,14 @@ std::string baseDirectory(const char *base)
 
 std::string GetPelorinPath()
 {
+    if (!toldPath().empty())
+        return toldPath();
     return Internal::PelorinPathFrom(CONFIG_FILE);
+}
+
+void SetPelorinPath(const std::string &path)
+{
+    toldPath() = path.empty() ? path : IncludePathDelimiter(path);
 }
 
 std::string ParseMacroFileName(const char *name, const char *base)

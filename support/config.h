@@ -28,6 +28,12 @@
  */
 [[nodiscard]] std::string ParseMacroFileName(const char *name, const char *base);
 
+/**
+ * Makes GetPelorinPath() give this directory from now on, for a program that is told where the
+ * suite is installed; an empty text takes that back. Not while another thread asks.
+ */
+void SetPelorinPath(const std::string &path);
+
 namespace Internal {
 
 /** GetPelorinPath() as it would be if `configFile` were /etc/pelorin.conf. For tests. */

@@ -1,7 +1,7 @@
 #include "devkit/cloud/cloud.h"
 
 #include "devkit/cloud/pagefiles.h"
-#include "devkit/cloud/unitstate.h"
+#include "model/unitstate.h"
 
 #include <charconv>
 #include <chrono>

@@ -1,6 +1,5 @@
 #include "devkit/cloud/reports.h"
-
-#include "devkit/cloud/unitstate.h"
+#include "model/unitstate.h"
 
 #include <algorithm>
 #include <cmath>

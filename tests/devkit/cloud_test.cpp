@@ -2,7 +2,7 @@
 #include "devkit/cloud/oauth.h"
 #include "devkit/cloud/reports.h"
 #include "devkit/cloud/socket.h"
-#include "devkit/cloud/unitstate.h"
+#include "model/unitstate.h"
 #include "tests/support/localcloud.h"
 
 #include <gtest/gtest.h>

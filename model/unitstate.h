@@ -1,5 +1,5 @@
-#ifndef PELCLOUD_DEVKIT_CLOUD_UNITSTATE_H
-#define PELCLOUD_DEVKIT_CLOUD_UNITSTATE_H
+#ifndef PELCLOUD_MODEL_UNITSTATE_H
+#define PELCLOUD_MODEL_UNITSTATE_H
 
 #include <string>
 #include <string_view>
@@ -7,20 +7,18 @@
 
 class QJsonObject;
 
-namespace localcloud {
-
-/** How urgently a state wants to be looked at; the page gives each its colour. */
-enum class Level { Good, Notice, Warning, Critical };
+/** How urgently a state wants to be looked at; whoever shows it gives each a colour. */
+enum class StateLevel { Good, Notice, Warning, Critical };
 
 /** "good", "notice", "warning" or "critical". */
-[[nodiscard]] std::string_view levelName(Level level);
+[[nodiscard]] std::string_view levelName(StateLevel level);
 
 /** What a UPS's report says about it, in one word for programs and in words for people. */
 struct UnitState
 {
     std::string_view key;   // "on-battery"
     std::string_view words; // "On battery"
-    Level level;
+    StateLevel level;
     std::vector<std::string_view> notes; // whatever else the flags say, the most urgent first
 };
 
@@ -35,7 +33,5 @@ struct UnitState
 
 /** The report in a few words for a console: "on battery 87%", without the battery where there is none. */
 [[nodiscard]] std::string summaryOf(const QJsonObject &report);
-
-} // namespace localcloud
 
 #endif

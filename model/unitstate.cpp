@@ -1,4 +1,4 @@
-#include "devkit/cloud/unitstate.h"
+#include "model/unitstate.h"
 
 #include <algorithm>
 #include <array>
@@ -7,8 +7,6 @@
 #include <optional>
 
 #include <QJsonObject>
-
-namespace localcloud {
 
 namespace {
 
@@ -21,55 +19,60 @@ struct Meaning
     const char *alsoStatus; // a status flag that must be set too, or null
     std::string_view key;   // empty: never names the state, is only noted
     std::string_view words;
-    Level level;
+    StateLevel level;
 };
 
 // The most urgent first.
 constexpr std::array MEANINGS{
-    Meaning{ "status", "connected", 0, nullptr, "disconnected", "No connection", Level::Critical },
+    Meaning{ "status", "connected", 0, nullptr, "disconnected", "No connection",
+             StateLevel::Critical },
     Meaning{ "failures", "shortCircuit", 1, nullptr, "short-circuit", "Short circuit",
-             Level::Critical },
-    Meaning{ "failures", "overLoad", 1, nullptr, "overload", "Overload", Level::Critical },
-    Meaning{ "failures", "overTemp", 1, nullptr, "overheating", "Too hot", Level::Critical },
+             StateLevel::Critical },
+    Meaning{ "failures", "overLoad", 1, nullptr, "overload", "Overload", StateLevel::Critical },
+    Meaning{ "failures", "overTemp", 1, nullptr, "overheating", "Too hot", StateLevel::Critical },
     Meaning{ "failures", "endBattery", 1, nullptr, "battery-empty", "Battery empty",
-             Level::Critical },
+             StateLevel::Critical },
     Meaning{ "failures", "internal", 1, nullptr, "internal-fault", "Internal fault",
-             Level::Critical },
+             StateLevel::Critical },
     Meaning{ "failures", "inverter", 1, nullptr, "inverter-fault", "Inverter fault",
-             Level::Critical },
+             StateLevel::Critical },
     Meaning{ "failures", "tiristor", 1, nullptr, "thyristor-fault", "Thyristor fault",
-             Level::Critical },
+             StateLevel::Critical },
     Meaning{ "failures", "abnormalVOutput", 1, nullptr, "output-fault", "Output voltage abnormal",
-             Level::Critical },
+             StateLevel::Critical },
     Meaning{ "failures", "abnormalVBattery", 1, nullptr, "battery-fault",
-             "Battery voltage abnormal", Level::Critical },
-    Meaning{ "failures", "fan", 1, nullptr, "fan-fault", "Fan fault", Level::Critical },
+             "Battery voltage abnormal", StateLevel::Critical },
+    Meaning{ "failures", "fan", 1, nullptr, "fan-fault", "Fan fault", StateLevel::Critical },
     Meaning{ "failures", "highPOutput", 1, nullptr, "power-fault", "Output power too high",
-             Level::Critical },
+             StateLevel::Critical },
     Meaning{ "failures", "lowVInput", 1, nullptr, "input-fault", "Input voltage too low",
-             Level::Critical },
-    Meaning{ "status", "opCheckup", 1, nullptr, "battery-test", "Battery test", Level::Notice },
+             StateLevel::Critical },
+    Meaning{ "status", "opCheckup", 1, nullptr, "battery-test", "Battery test",
+             StateLevel::Notice },
     Meaning{ "status", "lowBattery", 1, "opBattery", "battery-low", "Battery low",
-             Level::Critical },
-    Meaning{ "status", "opBattery", 1, nullptr, "on-battery", "On battery", Level::Warning },
-    Meaning{ "status", "noBattery", 1, nullptr, "no-battery", "No battery", Level::Warning },
-    Meaning{ "status", "opStandby", 1, nullptr, "standby", "Standby", Level::Notice },
-    Meaning{ "status", "opStartup", 1, nullptr, "starting", "Starting", Level::Notice },
-    Meaning{ "status", "noVInput", 1, nullptr, "no-input", "No input voltage", Level::Warning },
-    Meaning{ "status", "lowVInput", 1, nullptr, "input-low", "Input voltage low", Level::Warning },
+             StateLevel::Critical },
+    Meaning{ "status", "opBattery", 1, nullptr, "on-battery", "On battery", StateLevel::Warning },
+    Meaning{ "status", "noBattery", 1, nullptr, "no-battery", "No battery", StateLevel::Warning },
+    Meaning{ "status", "opStandby", 1, nullptr, "standby", "Standby", StateLevel::Notice },
+    Meaning{ "status", "opStartup", 1, nullptr, "starting", "Starting", StateLevel::Notice },
+    Meaning{ "status", "noVInput", 1, nullptr, "no-input", "No input voltage",
+             StateLevel::Warning },
+    Meaning{ "status", "lowVInput", 1, nullptr, "input-low", "Input voltage low",
+             StateLevel::Warning },
     Meaning{ "status", "highVInput", 1, nullptr, "input-high", "Input voltage high",
-             Level::Warning },
-    Meaning{ "status", "highPOutput", 1, nullptr, "high-load", "High load", Level::Warning },
-    Meaning{ "status", "lowBattery", 1, nullptr, "", "Battery low", Level::Warning },
-    Meaning{ "status", "lowFInput", 1, nullptr, "", "Input frequency low", Level::Warning },
-    Meaning{ "status", "highFInput", 1, nullptr, "", "Input frequency high", Level::Warning },
-    Meaning{ "status", "oldBattery", 1, nullptr, "", "Battery old", Level::Warning },
-    Meaning{ "status", "opWarning", 1, nullptr, "warning", "Warning", Level::Warning },
-    Meaning{ "status", "noiseInput", 1, nullptr, "", "Noisy input", Level::Notice },
+             StateLevel::Warning },
+    Meaning{ "status", "highPOutput", 1, nullptr, "high-load", "High load", StateLevel::Warning },
+    Meaning{ "status", "lowBattery", 1, nullptr, "", "Battery low", StateLevel::Warning },
+    Meaning{ "status", "lowFInput", 1, nullptr, "", "Input frequency low", StateLevel::Warning },
+    Meaning{ "status", "highFInput", 1, nullptr, "", "Input frequency high", StateLevel::Warning },
+    Meaning{ "status", "oldBattery", 1, nullptr, "", "Battery old", StateLevel::Warning },
+    Meaning{ "status", "opWarning", 1, nullptr, "warning", "Warning", StateLevel::Warning },
+    Meaning{ "status", "noiseInput", 1, nullptr, "", "Noisy input", StateLevel::Notice },
     Meaning{ "status", "shutdownTimerActive", 1, nullptr, "", "Shutdown counting down",
-             Level::Warning },
-    Meaning{ "status", "remoteControlActive", 1, nullptr, "", "Remote control", Level::Notice },
-    Meaning{ "status", "noCalibrated", 1, nullptr, "", "Not calibrated", Level::Notice },
+             StateLevel::Warning },
+    Meaning{ "status", "remoteControlActive", 1, nullptr, "", "Remote control",
+             StateLevel::Notice },
+    Meaning{ "status", "noCalibrated", 1, nullptr, "", "Not calibrated", StateLevel::Notice },
 };
 
 std::optional<int> flagOf(const QJsonObject &report, const char *record, const char *flag)
@@ -102,7 +105,7 @@ bool isCapable(const QJsonObject &report, const char *name)
 
 } // namespace
 
-std::string_view levelName(Level level)
+std::string_view levelName(StateLevel level)
 {
     constexpr std::array<std::string_view, 4> NAMES{ "good", "notice", "warning", "critical" };
     return NAMES[static_cast<std::size_t>(level)];
@@ -110,7 +113,7 @@ std::string_view levelName(Level level)
 
 UnitState unitStateOf(const QJsonObject &report)
 {
-    UnitState state{ "on-mains", "On mains", Level::Good, {} };
+    UnitState state{ "on-mains", "On mains", StateLevel::Good, {} };
     bool isNamed = false;
     for (const Meaning &meaning : MEANINGS) {
         if (!holds(meaning, report))
@@ -143,5 +146,3 @@ std::string summaryOf(const QJsonObject &report)
         text.append(1, ' ').append(std::to_string(std::llround(battery))).append(1, '%');
     return text;
 }
-
-} // namespace localcloud
