@@ -266,6 +266,11 @@ CURLcode HttpClient::perform()
     return result;
 }
 
+bool HttpClient::verifiesTls() noexcept
+{
+    return VERIFY_TLS;
+}
+
 const char *HttpClient::lastError() const
 {
     return m_lastResult == CURLE_OK ? "" : curl_easy_strerror(m_lastResult);

@@ -48,6 +48,9 @@ public:
     /** Sends nothing and returns null: no service that is in use deletes anything. */
     QByteArray *del(const HttpRequest &request);
 
+    /** Whether this build believes only servers with a good certificate. */
+    [[nodiscard]] static bool verifiesTls() noexcept;
+
     /** The status of the last request's answer, 200 for example; 0 when there was no answer. */
     [[nodiscard]] long lastStatus() const { return m_lastStatus; }
     /** Why the last request gave null, in libcurl's words; empty when it did not. */

@@ -50,9 +50,6 @@ constexpr auto PATIENCE_WITH_REQUEST = 350ms;
 constexpr auto PATIENCE_OF_DESTRUCTOR = 10000ms;
 constexpr auto PATIENCE_WITH_CANCELLED = 1000ms;
 
-/** Far more units than the three digits of their identifiers allow for: a count beyond is garbage. */
-constexpr unsigned long MAX_SERVERS = 10000;
-
 void logInfo(const QString &message)
 {
     QLog_Info(Constants::LOG_MODULE_NAME, message);
@@ -391,7 +388,7 @@ void PelCloudClient::run(Library &suite)
 
     suite = library();
     const unsigned long count =
-            std::min(callLibrary(suite.entries.GetServerCount, suite.handle), MAX_SERVERS);
+            std::min(callLibrary(suite.entries.GetServerCount, suite.handle), MAX_UNITS);
     for (unsigned long index = 0; index < count && m_monitor.goesOn(); ++index) {
         reportComputer(suite, index, buffers, computer);
         reportDevice(suite, index, buffers, status);

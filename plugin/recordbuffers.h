@@ -6,6 +6,9 @@
 #include <array>
 #include <cstddef>
 
+/** Far more units than the three digits of their identifiers allow for: a count beyond is garbage. */
+inline constexpr unsigned long MAX_UNITS = 10000;
+
 /**
  * A record of the suite with room behind it, since the library's idea of a record may be longer
  * than what is known of it. Zeroed, for the library need not fill it.

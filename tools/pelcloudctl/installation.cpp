@@ -1,0 +1,236 @@
+#include "tools/pelcloudctl/installation.h"
+
+#include "plugin/configfile.h"
+#include "plugin/constants.h"
+#include "support/cfgclass.h"
+#include "support/config.h"
+#include "support/utils.h"
+#include "tools/pelcloudctl/problem.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <optional>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
+
+#include <QByteArray>
+#include <QFile>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QString>
+
+namespace {
+
+constexpr const char *ENROL_HINT = "Run 'pelcloudctl enroll' to make this computer ready.";
+
+bool exists(const std::string &name)
+{
+    std::error_code error;
+    return std::filesystem::exists(name, error);
+}
+
+QString qt(const std::string &name)
+{
+    return QFile::decodeName(name.c_str());
+}
+
+/** All bytes of a regular file; a Problem when that fails. */
+QByteArray contentOf(const std::string &name)
+{
+    struct stat status = {};
+    if (stat(name.c_str(), &status) != 0) {
+        const int error = errno;
+        throw Problem("cannot read " + name + ": " + errorWords(error),
+                      error == ENOENT ? ENROL_HINT : "");
+    }
+    if (!S_ISREG(status.st_mode))
+        throw Problem("cannot read " + name + ": it is no regular file", "Move it out of the way.");
+    QFile file(qt(name));
+    if (!file.open(QIODevice::ReadOnly))
+        throw Problem("cannot read " + name + ": " + file.errorString().toStdString(),
+                      "Run this as the account that the service manager runs as, or as root.");
+    return file.readAll();
+}
+
+QJsonObject parsed(const std::string &name, const QByteArray &bytes)
+{
+    QJsonParseError error;
+    const QJsonDocument document = QJsonDocument::fromJson(bytes, &error);
+    if (bytes.isEmpty())
+        throw Problem(name + " is empty", ENROL_HINT);
+    if (error.error != QJsonParseError::NoError) {
+        const auto line = bytes.left(error.offset).count('\n') + 1;
+        throw Problem(name + " is no JSON: line " + std::to_string(line) + ": "
+                              + error.errorString().toStdString(),
+                      "Mend the line, or run 'pelcloudctl enroll' again.");
+    }
+    if (!document.isObject())
+        throw Problem(name + " holds no JSON object", ENROL_HINT);
+    return document.object();
+}
+
+/** A new file beside another one, whose name it takes over in the end; removed if it does not. */
+class Successor
+{
+public:
+    explicit Successor(const std::string &name)
+        : m_target(resolved(name))
+        , m_name(m_target + ".XXXXXX")
+        , m_file(mkostemp(m_name.data(), O_CLOEXEC))
+    {
+        if (m_file < 0)
+            throw Problem("cannot write beside " + m_target + ": " + errorWords(errno),
+                          "Run this as root, or as the owner of the directory.");
+        struct stat status = {};
+        if (stat(m_target.c_str(), &status) != 0)
+            return;
+        m_mode = status.st_mode & 07777U;
+        if (fchown(m_file, status.st_uid, status.st_gid) != 0 && status.st_uid != geteuid()) {
+            const int error = errno;
+            remove();
+            throw Problem("cannot give " + m_target + " its owner again: " + errorWords(error),
+                          "Run this as root, or as the owner of the file.");
+        }
+    }
+    ~Successor()
+    {
+        if (m_file >= 0)
+            remove();
+    }
+    Successor(const Successor &) = delete;
+    Successor &operator=(const Successor &) = delete;
+
+    [[nodiscard]] const std::string &name() const { return m_name; }
+    [[nodiscard]] const std::string &target() const { return m_target; }
+
+    void keepMode()
+    {
+        if (m_mode)
+            fchmod(m_file, *m_mode);
+    }
+    void write(const QByteArray &bytes)
+    {
+        for (qsizetype done = 0; done < bytes.size();) {
+            const ssize_t count = ::write(m_file, bytes.constData() + done,
+                                          static_cast<std::size_t>(bytes.size() - done));
+            if (count < 0)
+                fail();
+            done += count;
+        }
+    }
+    /** Takes the other file's place, its bytes being on the disk. */
+    void succeed()
+    {
+        if (fsync(m_file) != 0 || rename(m_name.c_str(), m_target.c_str()) != 0)
+            fail();
+        close(std::exchange(m_file, -1));
+        const std::string directory = ExtractFilePath(m_target);
+        if (const int parent = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+            parent >= 0) {
+            fsync(parent);
+            close(parent);
+        }
+    }
+    [[noreturn]] void fail(int error = errno) const
+    {
+        throw Problem("cannot write " + m_target + ": " + errorWords(error)
+                              + "; it is as it was before",
+                      "See whether the disk is full and the directory writable.");
+    }
+
+private:
+    /** Where the name leads, for a link stays a link. */
+    static std::string resolved(const std::string &name)
+    {
+        std::error_code error;
+        const auto path = std::filesystem::canonical(name, error);
+        return error ? name : path.string();
+    }
+    void remove()
+    {
+        unlink(m_name.c_str());
+        close(m_file);
+    }
+
+    std::string m_target;
+    std::string m_name;
+    int m_file;
+    std::optional<mode_t> m_mode;
+};
+
+} // namespace
+
+std::string Installation::config() const
+{
+    return directory + Constants::CONFIG_FILENAME.toStdString();
+}
+
+std::string Installation::log() const
+{
+    return directory + Constants::LOG_FILENAME.toStdString();
+}
+
+std::string Installation::library() const
+{
+    return directory + "upscli.so";
+}
+
+Installation findInstallation(const std::string &option)
+{
+    Installation found;
+    if (!option.empty()) {
+        found = { IncludePathDelimiter(option), "--directory" };
+        SetPelorinPath(option);
+    } else {
+        RegCfgClass suite;
+        suite.SetFileName("/etc/pelorin.conf", false);
+        suite.SetSection("PELORIN");
+        const bool isNamed = !suite.ReadStr("PATH", "").empty();
+        found = { GetPelorinPath(), isNamed ? "/etc/pelorin.conf" : "this program's place" };
+        if (!isNamed && !exists(found.library()) && !exists(found.config()))
+            throw Problem(
+                    "where the suite is installed is not known: /etc/pelorin.conf names no PATH",
+                    "Name the directory with --directory.");
+    }
+    std::error_code error;
+    if (!std::filesystem::is_directory(found.directory, error))
+        throw Problem(found.directory + ", as named by " + found.origin + ", is no directory",
+                      "Name the suite's installation directory with --directory.");
+    return found;
+}
+
+QJsonObject readConfiguration(const std::string &name)
+{
+    return parsed(name, contentOf(name));
+}
+
+void replaceConfiguration(const std::string &name, const QJsonObject &object)
+{
+    Successor file(name);
+    errno = 0;
+    if (WriteConfigFile(qt(file.name()), object) != ConfigWriting::Done)
+        file.fail(errno != 0 ? errno : ENOSPC);
+    file.succeed();
+}
+
+void changeConfiguration(const std::string &name, const char *key, const std::string &value)
+{
+    constexpr int ATTEMPTS = 10;
+    for (int attempt = 0; attempt < ATTEMPTS; ++attempt) {
+        const QByteArray before = contentOf(name);
+        QJsonObject object = parsed(name, before);
+        object.insert(QLatin1String(key), QString::fromStdString(value));
+        Successor file(name);
+        file.keepMode();
+        // Not by the client's writer, which rounds numbers: those of other keys stay as they are.
+        file.write(QJsonDocument(object).toJson());
+        if (contentOf(name) == before) { // the plug-in may just have stored its new token
+            file.succeed();
+            return;
+        }
+    }
+    throw Problem(name + " keeps changing; it is as it was", "Try again.");
+}

@@ -1,0 +1,94 @@
+#include "tools/pelcloudctl/suite.h"
+
+#include "model/computer.h"
+#include "model/devicestatus.h"
+#include "model/pel6trans.h"
+#include "support/utils.h"
+#include "tools/pelcloudctl/installation.h"
+#include "tools/pelcloudctl/problem.h"
+
+#include <algorithm>
+#include <filesystem>
+
+std::vector<std::string> Suite::missingEntries(const UpsCliDL &library)
+{
+    const struct
+    {
+        const char *name;
+        bool isThere;
+    } entries[] = {
+        { "CliStart", library.CliStart != nullptr },
+        { "CliStop", library.CliStop != nullptr },
+        { "GetServerCount", library.GetServerCount != nullptr },
+        { "UPSSrvGetState", library.UPSSrvGetState != nullptr },
+        { "UPSSrvGetVersionInfo", library.UPSSrvGetVersionInfo != nullptr },
+    };
+    std::vector<std::string> missing;
+    for (const auto &entry : entries) {
+        if (!entry.isThere)
+            missing.emplace_back(entry.name); // NOLINT(performance-inefficient-vector-operation)
+    }
+    return missing;
+}
+
+Suite::Suite(const Installation &installation)
+{
+    const std::string name = installation.library();
+    std::error_code error;
+    if (!std::filesystem::exists(name, error))
+        throw Problem("there is no " + name,
+                      "Name the suite's installation directory with --directory.");
+    if (!m_library.Load(name))
+        throw Problem("cannot load the suite's library: " + m_library.GetLastErrorStr(),
+                      "See what it lacks: ldd " + name);
+    for (const std::string &entry : missingEntries(m_library))
+        throw Problem(name + " lacks the entry " + entry,
+                      "Is it the suite's own library, of a version that this plug-in knows?");
+    m_handle = m_library.CliStart();
+    if (m_handle == nullptr)
+        throw Problem("the suite's library does not start", "Is the suite's own service running?");
+}
+
+Suite::~Suite()
+{
+    if (m_handle != nullptr)
+        m_library.CliStop(m_handle);
+}
+
+unsigned long Suite::count()
+{
+    return std::min(m_library.GetServerCount(m_handle), MAX_UNITS);
+}
+
+bool Suite::readVersion(unsigned long index, Computer &computer)
+{
+    if (m_library.UPSSrvGetVersionInfo(m_handle, index, m_buffers.version.get()) == 0)
+        return false;
+    Pel6Translator::translate(computer, m_buffers.version.get());
+    return true;
+}
+
+bool Suite::readState(unsigned long index, DeviceStatus &device)
+{
+    if (m_library.UPSSrvGetState(m_handle, index, m_buffers.capabilities.get(),
+                                 m_buffers.variables.get(), m_buffers.stateFlags.get(),
+                                 m_buffers.failureFlags.get(), m_buffers.cause.get(),
+                                 m_buffers.counter.get(), m_buffers.fullDischarge.get())
+        == 0)
+        return false;
+    translateState(device, m_buffers);
+    return true;
+}
+
+std::string unitName(unsigned long index)
+{
+    return UIntToStr(index, 3, '0');
+}
+
+void translateState(DeviceStatus &device, RecordBuffers &buffers)
+{
+    Pel6Translator::translate(device, buffers.capabilities.get(), buffers.failureFlags.get(),
+                              buffers.stateFlags.get(), buffers.variables.get(),
+                              buffers.cause.get(), buffers.counter.get(),
+                              buffers.fullDischarge.get());
+}

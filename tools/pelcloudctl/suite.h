@@ -1,0 +1,51 @@
+#ifndef PELCLOUD_TOOLS_PELCLOUDCTL_SUITE_H
+#define PELCLOUD_TOOLS_PELCLOUDCTL_SUITE_H
+
+#include "plugin/recordbuffers.h"
+#include "plugin/upsclidl.h"
+
+#include <string>
+#include <vector>
+
+class Computer;
+class DeviceStatus;
+struct Installation;
+
+/** The suite's client library, asked as the plug-in asks it. For one thread. */
+class Suite
+{
+public:
+    /** Loads and starts the library; a Problem when that fails or an entry is missing. */
+    explicit Suite(const Installation &installation);
+    ~Suite();
+    Suite(const Suite &) = delete;
+    Suite &operator=(const Suite &) = delete;
+
+    /** How many UPSs there are. */
+    [[nodiscard]] unsigned long count();
+    /** Asks for the version record; false, with nothing changed, when the library has none. */
+    [[nodiscard]] bool readVersion(unsigned long index, Computer &computer);
+    /**
+     * Asks for a UPS's state; false, with nothing changed, when the library does not know it. Samples
+     * come behind those that are already there, as in the plug-in's reports.
+     */
+    [[nodiscard]] bool readState(unsigned long index, DeviceStatus &device);
+    /** What the library filled last. */
+    [[nodiscard]] RecordBuffers &buffers() { return m_buffers; }
+
+    /** The names of the entries that the plug-in calls and this library lacks. */
+    [[nodiscard]] static std::vector<std::string> missingEntries(const UpsCliDL &library);
+
+private:
+    UpsCliDL m_library;
+    void *m_handle = nullptr;
+    RecordBuffers m_buffers;
+};
+
+/** "000": a UPS as the cloud knows it. */
+[[nodiscard]] std::string unitName(unsigned long index);
+
+/** Translates what the buffers hold. */
+void translateState(DeviceStatus &device, RecordBuffers &buffers);
+
+#endif
