@@ -126,23 +126,19 @@ std::string write(FuzzedDataProvider &input, CfgClass &config, const std::string
 {
     const auto bits = input.ConsumeIntegral<unsigned long>();
     const auto number = static_cast<long>(bits);
-    switch (input.ConsumeIntegralInRange(0, 3)) {
-    case 0:
+    const int type = input.ConsumeIntegralInRange(0, 2);
+    if (type == 0) {
         config.WriteFloat(section, key, std::bit_cast<double>(bits), 9, 17);
         return FloatToStr(std::bit_cast<double>(bits), 9, 17, ' ');
-    case 1:
-        config.WriteInt(section, key, number);
-        return std::to_string(number);
-    case 2: {
+    }
+    if (type == 1) {
         const std::string text = DateTimeToStr(number >> 24, "dd/mm/yyyy hh:nn:ss");
         config.WriteDateTime(section, key, "dd/mm/yyyy hh:nn:ss", number >> 24);
         return text.empty() ? "\n" : text;
     }
-    default:
-        std::string text = upToNul(input.ConsumeRandomLengthString(24));
-        config.WriteStr(section, key, text);
-        return text;
-    }
+    std::string text = upToNul(input.ConsumeRandomLengthString(24));
+    config.WriteStr(section, key, text);
+    return text;
 }
 
 /** One operation on the file and, where it is to succeed, on `model`. True for one that writes. */
@@ -159,10 +155,8 @@ bool edit(FuzzedDataProvider &input, CfgClass &config, Content &model)
         FUZZ_CHECK(config.EraseSection(section) == (model.erase(s) > 0));
         FUZZ_CHECK(config.GetErrorCode() == (hasSection ? 0 : CfgClass::BAD_ARGUMENT));
     } else if (operation == 1) {
-        FUZZ_CHECK(config.DeleteKey(section, key) == hasKey);
+        FUZZ_CHECK(config.DeleteKey(section, key) == (hasKey && model[s].erase(k) > 0));
         FUZZ_CHECK(config.GetErrorCode() == (hasKey ? 0 : CfgClass::BAD_ARGUMENT));
-        if (hasKey)
-            model[s].erase(k);
     } else {
         const std::string value = write(input, config, section, key);
         const bool isReadable =
