@@ -45,6 +45,14 @@ const char *wordOf(Verdict verdict)
     return verdict == Verdict::Ok ? "ok" : verdict == Verdict::Warning ? "warning" : "problem";
 }
 
+/** Whether what goes there stays within this computer. */
+bool isLoopback(const std::string &url)
+{
+    const QString host = QUrl(QString::fromStdString(url)).host();
+    return host == QLatin1String("localhost") || host == QLatin1String("::1")
+           || host.startsWith(QLatin1String("127."));
+}
+
 std::string pathOf(const GoogleToken &token)
 {
     return Constants::COMPUTER_URI_PATTERN.arg(token.getHomeURI(), token.getComputerId())
@@ -268,9 +276,11 @@ private:
         }
         add(Verdict::Ok, subject, shown + " answers");
         const bool isVerifying = HttpClient::verifiesTls();
-        if (!answer.isTls)
+        if (!answer.isTls && isLoopback(url))
+            add(Verdict::Ok, subject, "without TLS, within this computer");
+        else if (!answer.isTls)
             add(Verdict::Warning, subject, "without TLS, anyone on the way can read the token",
-                "Use an address that begins with https, unless it is this computer.");
+                "Use an address that begins with https.");
         else if (answer.isTrusted)
             add(Verdict::Ok, subject, "its certificate is good until " + answer.expiry);
         else

@@ -182,8 +182,9 @@ Installation findInstallation(const std::string &option)
 {
     Installation found;
     if (!option.empty()) {
-        found = { IncludePathDelimiter(option), "--directory" };
-        SetPelorinPath(option);
+        const std::string path = std::filesystem::absolute(option).lexically_normal();
+        found = { IncludePathDelimiter(path), "--directory" };
+        SetPelorinPath(path);
     } else {
         RegCfgClass suite;
         suite.SetFileName("/etc/pelorin.conf", false);

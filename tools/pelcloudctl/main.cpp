@@ -11,6 +11,7 @@
 #include <csignal>
 #include <cstdio>
 #include <functional>
+#include <iostream>
 
 namespace {
 
@@ -20,6 +21,8 @@ constexpr int STATUS_USAGE = 2;
 constexpr char AUTHORIZATION_ENDPOINT[] = "https://accounts.google.com/o/oauth2/device/code";
 constexpr char SCOPE[] = "email";
 constexpr char LEVELS[] = "fatal, error, warning, info, debug or trace";
+const CLI::IsMember isLevel({ "fatal", "error", "warning", "info", "debug", "trace" },
+                            CLI::ignore_case);
 constexpr double SHORTEST_WATCH = 0.1; // seconds
 constexpr double LONGEST_WATCH = 3600;
 
@@ -53,7 +56,10 @@ public:
         try {
             m_app.parse(argc, argv);
         } catch (const CLI::ParseError &problem) {
-            return m_app.exit(problem) == 0 ? EXIT_SUCCESS : STATUS_USAGE;
+            const bool isHelp = m_app.exit(problem) == 0;
+            if (!std::cout.flush())
+                throw Problem("cannot write the output");
+            return isHelp ? EXIT_SUCCESS : STATUS_USAGE;
         }
         return m_command();
     }
@@ -162,7 +168,8 @@ private:
         command->add_flag("-f,--follow", m_log.isFollowing, "Wait for more until Ctrl-C");
         command->add_option("--level", m_log.level,
                             std::string("Only what matters at least so much: ").append(LEVELS))
-                ->type_name("LEVEL");
+                ->type_name("LEVEL")
+                ->check(isLevel);
         command->add_option("-n,--lines", m_log.lines, "Only the last so many lines")
                 ->type_name("N");
         onParsed(command, m_log);
@@ -170,7 +177,7 @@ private:
         CLI::App *const level = add("log-level", "Show or change how much the plug-in logs",
                                     "  pelcloudctl log-level\n"
                                     "  pelcloudctl log-level info");
-        level->add_option("LEVEL", m_logLevel.level, LEVELS);
+        level->add_option("LEVEL", m_logLevel.level, LEVELS)->check(isLevel);
         onParsed(level, m_logLevel);
     }
 

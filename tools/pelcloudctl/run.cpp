@@ -9,6 +9,7 @@
 #include "tools/pelcloudctl/problem.h"
 #include "tools/pelcloudctl/terminal.h"
 
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <limits>
@@ -127,6 +128,9 @@ int runOn(const Installation &installation)
     pthread_sigmask(SIG_BLOCK, &endings, nullptr);
     const int ending = signalfd(-1, &endings, SFD_CLOEXEC);
 
+    // The log manager makes a directory "logs" in the working directory, wherever that is.
+    if (chdir(installation.directory.c_str()) != 0)
+        throw Problem("cannot enter " + installation.directory + ": " + errorWords(errno));
     LogFollower follower(installation.log(), LogFollower::From::End);
     g_follower = &follower;
     Terminal::print("Reporting every ten seconds from " + installation.directory
