@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 
 #include <functional>
+#include <string_view>
 
 namespace {
 
@@ -64,8 +65,10 @@ std::string bash(CLI::App &app)
 
 std::string quoted(std::string text)
 {
-    for (std::size_t at = 0; (at = text.find_first_of("'[]:", at)) != std::string::npos;)
-        text.replace(at, 1, " ");
+    for (char &c : text) {
+        if (std::string_view("'[]:").find(c) != std::string_view::npos)
+            c = ' ';
+    }
     return text;
 }
 
