@@ -11,7 +11,6 @@ import subprocess
 import sys
 import tempfile
 import threading
-import time
 import urllib.request
 
 DEMO = pathlib.Path(__file__).resolve().parents[2] / "scripts/demo"
@@ -23,16 +22,10 @@ UNITS = ["000", "001", "002"]
 SECONDS_TO_START = 60
 SECONDS_TO_END = 10
 
-REFUSED = {
-    "no number of runs": ["--runs"],
-    "runs in words": ["--runs", "two"],
-    "fewer than no runs": ["--runs", "-1"],
-    "no units": ["--units", "0"],
-    "too many units": ["--units", "1000"],
-    "no such scenario": ["--scenario", "/nonexistent/scenario.ini"],
-    "no such option": ["--speed", "2"],
-    "no option at all": ["two"],
-}
+REFUSED = [
+    ["--runs"], ["--runs", "two"], ["--runs", "-1"], ["--units", "0"], ["--units", "1000"],
+    ["--scenario", "/nonexistent/scenario.ini"], ["--speed", "2"], ["two"],
+]
 
 
 class Demo:
@@ -58,13 +51,7 @@ class Demo:
 
     def read(self, seconds, until=None):
         """What is printed until a line matches, or to the end."""
-        late = threading.Event()
-
-        def give_up():
-            late.set()
-            os.killpg(self.process.pid, signal.SIGKILL)
-
-        limit = threading.Timer(seconds, give_up)
+        limit = threading.Timer(seconds, os.killpg, (self.process.pid, signal.SIGKILL))
         limit.start()
         text = ""
         try:
@@ -72,11 +59,10 @@ class Demo:
                 text += line
                 if until and until.search(line):
                     return text
-            status = self.process.wait()
+            self.process.wait()
         finally:
             limit.cancel()
-        assert not late.is_set(), f"takes longer than {seconds} s:\n{text}"
-        assert not until, f"ended with status {status} too early:\n{text}"
+        assert not until, f"ended too early or takes longer than {seconds} s:\n{text}"
         return text
 
     def left_processes(self):
@@ -125,11 +111,11 @@ def ctrl_c():
 
 
 def refused_options():
-    for name, arguments in REFUSED.items():
+    for arguments in REFUSED:
         with Demo(arguments) as demo:
             text = demo.read(SECONDS_TO_END)
-            demo.check_end(2, f"{name}: {text}")
-            assert text.strip(), f"{name}: no message"
+            demo.check_end(2, f"{arguments}: {text}")
+            assert text.strip(), f"{arguments}: no message"
 
 
 def installed_suite():
@@ -140,10 +126,9 @@ def installed_suite():
 
 
 def verdict(case):
-    start = time.monotonic()
     try:
         case()
-        return f"ok ({time.monotonic() - start:.1f} s)"
+        return "ok"
     except AssertionError as problem:
         return f"FAILED: {problem}"
 
@@ -159,7 +144,7 @@ def main():
         verdicts = list(pool.map(verdict, cases))
     for case, text in zip(cases, verdicts):
         print(f"{case.__name__}: {text}")
-    return 0 if all(text.startswith("ok") for text in verdicts) else 1
+    return 0 if set(verdicts) == {"ok"} else 1
 
 
 if __name__ == "__main__":

@@ -359,19 +359,15 @@ TEST(LocalCloud, MakesFaults)
     const struct
     {
         const char *fault;
-        CURLcode code;
         long status;
         const char *body;
+        std::chrono::milliseconds least{};
     } rows[] = {
-        { "api:429", CURLE_OK, 429, R"({"error":{"code":429,"message":"Too Many Requests"}})" },
-        { "api:reset", CURLE_RECV_ERROR, 0, "" },
-        { "api:silence", CURLE_OPERATION_TIMEDOUT, 0, "" },
-        { "api:slow:seconds=0.3", CURLE_OK, 200, "{}" },
-        { "api:bad-json", CURLE_OK, 200, "{\"access_token\": " },
-        { "token:500", CURLE_OK, 500, R"({"error":"server_error"})" },
-        { "token:reset", CURLE_RECV_ERROR, 0, "" },
-        { "token:silence", CURLE_OPERATION_TIMEDOUT, 0, "" },
-        { "token:access_denied", CURLE_OK, 400, R"({"error":"access_denied"})" },
+        { "api:429", 429, R"({"error":{"code":429,"message":"Too Many Requests"}})" },
+        { "api:slow:seconds=0.3", 200, "{}", 300ms },
+        { "api:bad-json", 200, "{\"access_token\": " },
+        { "token:500", 500, R"({"error":"server_error"})" },
+        { "token:access_denied", 400, R"({"error":"access_denied"})" },
     };
     LocalCloud cloud(SEED, { "--quiet", "--fault", "api:500:every=2" });
     const std::string computer = cloud.address("api") + "/_ah/api/pelorin/v1/mon/pc1";
@@ -381,19 +377,14 @@ TEST(LocalCloud, MakesFaults)
     for (const auto &row : rows) {
         const std::string body = std::string(R"({"faults": [")") + row.fault + R"("]})";
         ASSERT_EQ(ask(control, "POST", body.c_str()).status, 200) << row.fault;
-        const bool isToken = row.fault[0] == 't';
-        const long patience = row.code == CURLE_OPERATION_TIMEDOUT ? 200 : 20000;
         const auto before = std::chrono::steady_clock::now();
-        const Reply reply = isToken ? ask("https://far-away.invalid/oauth2/v4/token", "POST",
-                                          REFRESH, nullptr, cloud.address("proxy"), patience)
-                                    : ask(computer, "PUT", "{}", BEARER, "", patience);
-        EXPECT_EQ(reply.code, row.code) << row.fault;
-        if (reply.code == CURLE_OK || !isToken) { // else the status is the proxy's
-            EXPECT_EQ(reply.status, row.status) << row.fault;
-        }
+        const Reply reply = row.fault[0] == 't'
+                                    ? ask("https://far-away.invalid/oauth2/v4/token", "POST",
+                                          REFRESH, nullptr, cloud.address("proxy"))
+                                    : ask(computer, "PUT", "{}", BEARER);
+        EXPECT_EQ(reply.status, row.status) << row.fault;
         EXPECT_EQ(reply.body, row.body) << row.fault;
-        const bool isSlow = std::string_view(row.fault).find(":slow:") != std::string_view::npos;
-        EXPECT_GE(std::chrono::steady_clock::now() - before, isSlow ? 300ms : 0ms) << row.fault;
+        EXPECT_GE(std::chrono::steady_clock::now() - before, row.least) << row.fault;
     }
     EXPECT_EQ(ask(control, "POST", R"({"faults": ["api:502"]})").status, 400);
     EXPECT_EQ(ask(control).json()["faults"][0]["seen"].toInt(), 1);

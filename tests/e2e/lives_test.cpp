@@ -165,9 +165,12 @@ void signsInWithADeviceCode()
     config.remove("rtk");
     config["note"] = "lost when the file is rewritten";
     life.home.writeConfig(config);
+    const auto mode = std::filesystem::perms::owner_read | std::filesystem::perms::owner_write;
+    std::filesystem::permissions(life.home.file("pelcloud.json"), mode);
     life.start();
     ASSERT_TRUE(life.home.awaitLog("device/000 OK.", 2));
     life.stop();
+    EXPECT_EQ(std::filesystem::status(life.home.file("pelcloud.json")).permissions(), mode);
     EXPECT_EQ(life.requestLines(), "POST token 400, POST token 400, "
                                    "POST token 200, PUT pc1 200, POST pc1/device/000 200, "
                                    "POST token 200, PUT pc1 200, POST pc1/device/000 200");

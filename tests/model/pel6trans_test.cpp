@@ -15,7 +15,6 @@
 #include <sstream>
 #include <vector>
 
-#include <QJsonDocument>
 #include <QJsonObject>
 
 namespace {
@@ -226,15 +225,6 @@ TEST(Translation, VersionHasTwoDigitsAndAPoint)
     }
 }
 
-TEST(Translation, CauseDecidesWhetherTheCountdownRuns)
-{
-    for (const long cause : { LONG_MIN, -1L, 0L, 9L }) {
-        Report report;
-        report.cause = cause;
-        EXPECT_EQ(report.device().getRegressiveCounter().getActive(), cause < 0 ? 0 : 1) << cause;
-    }
-}
-
 TEST(Translation, SampleCountsAreUsedAsGivenWithinTheRecord)
 {
     const struct
@@ -322,20 +312,6 @@ TEST(Translation, VersionRecordTexts)
         EXPECT_EQ(computer.getVer(), QString::fromUtf16(row.ver));
         EXPECT_EQ(computer.getOs(), QString::fromUtf16(row.os));
         EXPECT_EQ(computer.getId() + computer.getName(), QStringLiteral("idname"));
-    }
-}
-
-TEST(Translation, AnyBytesGiveReadableJson)
-{
-    Report report;
-    for (int byte = 0; byte < 256; ++byte) {
-        std::memset(&report.vars, byte, sizeof report.vars);
-        const QByteArray text = ToJsonText(report.device().toJson());
-        QJsonParseError error{};
-        const QJsonObject json = QJsonDocument::fromJson(text, &error).object();
-        ASSERT_EQ(error.error, QJsonParseError::NoError) << byte;
-        const QString expected = byte == 0 ? QString() : QString(32, QChar(byte));
-        EXPECT_EQ(json[QLatin1String("vars")][QLatin1String("name")].toString(), expected) << byte;
     }
 }
 
