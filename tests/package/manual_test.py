@@ -22,10 +22,10 @@ BAD_PAGES = {
     "an unfinished list": ".Dd January 1, 2026\n.Dt X 1\n.Os\n.Sh NAME\n.Nm x\n.Nd x\n.Bl -tag\n.It Fl x\n",
 }
 SHELLS = {"bash": "pelcloudctl", "zsh": "_pelcloudctl", "fish": "pelcloudctl.fish"}
-# What a shell offers for "pelcloudctl log --" and a Tab.
+# What a shell offers for "pelcloudctl -C / log --" and a Tab.
 OFFERS = {
-    "bash": "source FILE; COMP_WORDS=(pelcloudctl log --); COMP_CWORD=2; _pelcloudctl; printf '%s\\n' ${COMPREPLY[@]}",
-    "fish": "source FILE; complete -C'pelcloudctl log --' | string split -f1 \\t",
+    "bash": "source FILE; COMP_WORDS=(pelcloudctl -C / log --); COMP_CWORD=4; _pelcloudctl; printf '%s\\n' ${COMPREPLY[@]}",
+    "fish": "source FILE; complete -C'pelcloudctl -C / log --' | string split -f1 \\t",
 }
 
 

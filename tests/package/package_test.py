@@ -59,7 +59,8 @@ def skip(why):
 
 def make_packages(build, directory, generators):
     # With a umask that would make them useless.
-    run(["cpack", "--config", build / "CPackConfig.cmake", "-B", directory, "-G", generators], umask=0o077, cwd=directory)
+    run(["cpack", "--config", build / "CPackConfig.cmake", "-B", directory, "-G", generators], umask=0o077,
+        cwd=directory)
 
 
 def only(directory, pattern):
@@ -245,7 +246,8 @@ def use(system, build, memory):
 
     refresh_token, secret = (f"s3cr3t{secrets.token_hex(8)}" for _ in range(2))
     cloud, address = start_cloud(build, memory, refresh_token, secret)
-    config = {"home": address["api"], "cpid": "gatehouse", "cid": "x", "csec": secret, "rtk": refresh_token, "log": "info"}
+    config = {"home": address["api"], "cpid": "gatehouse", "cid": "x", "csec": secret, "rtk": refresh_token,
+              "log": "info"}
     (suite / "pelcloud.json").write_text(json.dumps(config))
     (suite / "pelcloud.json").chmod(0o600)
     told = check(system, 0, HTTPS_PROXY=address["proxy"])
