@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 
 #include <functional>
+#include <string_view>
 
 namespace {
 
@@ -48,9 +49,11 @@ std::string bash(CLI::App &app)
     }
     return "# bash completion for pelcloudctl\n"
            "_pelcloudctl() {\n"
-           "  local current=${COMP_WORDS[COMP_CWORD]} command= word words\n"
+           "  local current=${COMP_WORDS[COMP_CWORD]} command= before= word words\n"
            "  for word in \"${COMP_WORDS[@]:1:COMP_CWORD-1}\"; do\n"
-           "    case $word in -*) ;; *) command=$word; break ;; esac\n"
+           "    case $before:$word in -C:* | --directory:* | *:-*) ;; *) command=$word; break ;; "
+           "esac\n"
+           "    before=$word\n"
            "  done\n"
            "  case $command in\n"
            "    '') words=\"--help --version "
@@ -64,8 +67,10 @@ std::string bash(CLI::App &app)
 
 std::string quoted(std::string text)
 {
-    for (std::size_t at = 0; (at = text.find_first_of("'[]:", at)) != std::string::npos;)
-        text.replace(at, 1, " ");
+    for (char &c : text) {
+        if (std::string_view("'[]:").find(c) != std::string_view::npos)
+            c = ' ';
+    }
     return text;
 }
 
@@ -106,9 +111,11 @@ std::string fish(CLI::App &app)
         text.append(" -d '").append(quoted(command->get_description())).append("'\n");
         text += optionsOf(app, *command,
                           [&name](const CLI::Option &option, const std::string &own) {
-                              return "complete -c pelcloudctl -n '__fish_seen_subcommand_from "
-                                     + name + "' -l " + own + (takesValue(option) ? " -r" : " -f")
-                                     + " -d '" + quoted(option.get_description()) + "'\n";
+                              std::string line = "complete -c pelcloudctl -n "
+                                                 "'__fish_seen_subcommand_from ";
+                              line.append(name).append("' -l ").append(own);
+                              line.append(takesValue(option) ? " -r -d '" : " -f -d '");
+                              return line.append(quoted(option.get_description())).append("'\n");
                           });
     }
     return text;

@@ -85,7 +85,8 @@ Answer probe(const std::string &url, const std::string &accessToken)
     answer.isTls = url.starts_with("https:");
     const CURLcode result = ask(url, accessToken, true, answer);
     answer.isTrusted = answer.isTls && result == CURLE_OK;
-    if (result == CURLE_PEER_FAILED_VERIFICATION) {
+    // The latter: no authority's certificates are installed.
+    if (result == CURLE_PEER_FAILED_VERIFICATION || result == CURLE_SSL_CACERT_BADFILE) {
         answer.certificateFailure = answer.failure;
         // The plug-in hands its token to such a server, unless it was built not to: no harm is added.
         static_cast<void>(ask(url, HttpClient::verifiesTls() ? "" : accessToken, false, answer));
