@@ -12,6 +12,7 @@ import signal
 import subprocess
 import sys
 import tempfile
+import textwrap
 import threading
 import time
 from collections.abc import Iterator
@@ -43,7 +44,9 @@ def build_argument(text: str) -> Programs:
     return Programs(build)
 
 
-def refuse_beside_a_suite() -> None:
+def prepare() -> None:
+    """Lets a polite end come through the blocks that clean up, and refuses a machine with a suite of its own."""
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(128 + signal.SIGTERM))
     if INSTALLED_SUITE.exists():
         sys.exit(f"{INSTALLED_SUITE} tells of a suite that is installed here; the plug-in would report that one.")
 
@@ -73,11 +76,13 @@ def installation(parent: pathlib.Path, name: str, programs: Programs, scenario: 
 
 @contextlib.contextmanager
 def ended(process: subprocess.Popen) -> Iterator[subprocess.Popen]:
-    """Ends a process, with the group that it leads if it does, at the end of the block."""
+    """Ends a process at the end of the block, together with the group that it leads, if it leads one."""
     try:
         yield process
     finally:
         if process.poll() is None:
+            if os.getpgid(process.pid) == process.pid:
+                os.killpg(process.pid, signal.SIGTERM)
             process.terminate()
             try:
                 process.wait(SECONDS_TO_END)
@@ -177,6 +182,12 @@ def stop(process: subprocess.Popen, seconds: float = SECONDS_TO_END) -> float | 
 def table(head: list[str], rows: list[list[str]]) -> str:
     lines = [head, [":---" if column == 0 else "---:" for column in range(len(head))], *rows]
     return "\n".join("| " + " | ".join(line) + " |" for line in lines)
+
+
+def paragraphs(text: str) -> str:
+    """Paragraphs, parted by empty lines, in lines of even length whatever numbers went into them."""
+    return "\n\n".join(textwrap.fill(paragraph, 120, break_long_words=False, break_on_hyphens=False)
+                       for paragraph in text.strip().split("\n\n"))
 
 
 def temporary_directory() -> tempfile.TemporaryDirectory:
