@@ -19,6 +19,7 @@ from collections.abc import Iterator
 
 SECONDS_TO_START = 30
 SECONDS_TO_END = 90
+LONGEST_REPORT = 1  # seconds; far less than what is between two runs
 EVERYWHERE = ("libc.", "libm.", "libstdc++.", "libgcc_s.", "ld-linux")
 INSTALLED_SUITE = pathlib.Path("/etc/pelorin.conf")
 
@@ -125,11 +126,16 @@ class Cloud:
         addresses = dict(self.process.stdout.readline().split() for _ in range(4))
         self.api, self.proxy = addresses["api"], addresses["proxy"]
         self.reports = {"PUT": 0, "POST": 0}
+        self.reporting = 0.0  # seconds from a run's first report to its last, of all runs
         self.reader = threading.Thread(target=self._count, daemon=True)
         self.reader.start()
 
     def _count(self) -> None:
+        last = 0.0
         for line in self.process.stdout:
+            now = time.monotonic()
+            self.reporting += now - last if now - last < LONGEST_REPORT else 0.0
+            last = now
             self.reports[line.split(maxsplit=1)[0]] += 1
 
     def __enter__(self) -> "Cloud":
