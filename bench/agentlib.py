@@ -172,6 +172,17 @@ def memory(pid: int) -> dict[str, int]:
     return {name: int(value) for name, value in re.findall(r"^(\w+):\s+(\d+) kB$", text, re.M)}
 
 
+def memory_in(pid: int, file: str) -> int:
+    """The part of the PSS, in KiB, that lies in pages of files whose names begin so."""
+    total, counts = 0, False
+    for line in pathlib.Path(f"/proc/{pid}/smaps").read_text().splitlines():
+        if re.match("[0-9a-f]+-[0-9a-f]+ ", line):
+            counts = line.rpartition("/")[2].startswith(file)
+        elif counts and line.startswith("Pss:"):
+            total += int(line.split()[1])
+    return total
+
+
 def stop(process: subprocess.Popen, seconds: float = SECONDS_TO_END) -> float | None:
     """Seconds from SIGTERM to the end of the process; none if it has to be killed."""
     began = time.monotonic()
