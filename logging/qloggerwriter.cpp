@@ -8,6 +8,8 @@
 #include <QFile>
 #include <QStringConverter>
 
+#include <array>
+#include <cstdio>
 #include <exception>
 #include <mutex>
 
@@ -39,9 +41,20 @@ public:
 void createLogsDirectory()
 {
     const QString name = QStringLiteral("logs");
-    const QDir working(QDir::currentPath());
-    if (!working.exists(name))
-        working.mkdir(name);
+    if (!QFile::exists(name))
+        QDir().mkdir(name);
+}
+
+/** "31-12-2024 23:59:59.999". QDateTime would work its way through a format for each line. */
+QString timeStamp(const QDateTime &at)
+{
+    const QDate date = at.date();
+    const QTime time = at.time();
+    std::array<char, 64> text{};
+    std::snprintf(text.data(), text.size(), "%02d-%02d-%04d %02d:%02d:%02d.%03d", date.day(),
+                  date.month(), date.year(), time.hour(), time.minute(), time.second(),
+                  time.msec());
+    return QString::fromLatin1(text.data());
 }
 
 /** The name under which a full log file now lies; empty when it was not full or did not move. */
@@ -90,8 +103,7 @@ void QLoggerWriter::append(const QString &module, const QString &message) const
     if (!file.open(QIODevice::ReadWrite | QIODevice::Append | QIODevice::Text))
         return;
 
-    const QString now =
-            QDateTime::currentDateTime().toString(QStringLiteral("dd-MM-yyyy hh:mm:ss.zzz"));
+    const QString now = timeStamp(QDateTime::currentDateTime());
     QString text;
     if (!previous.isEmpty())
         text = QStringLiteral("%1 - Previous log %2\n").arg(now, previous);
