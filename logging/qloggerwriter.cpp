@@ -2,16 +2,17 @@
 
 #include "logging/cancellationhold.h"
 #include "logging/qloggermanager.h"
+#include "support/utils.h"
 
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QStringConverter>
 
-#include <array>
-#include <cstdio>
 #include <exception>
 #include <mutex>
+#include <string>
 
 namespace QLogger {
 
@@ -50,17 +51,26 @@ QString timeStamp(const QDateTime &at)
 {
     const QDate date = at.date();
     const QTime time = at.time();
-    std::array<char, 64> text{};
-    std::snprintf(text.data(), text.size(), "%02d-%02d-%04d %02d:%02d:%02d.%03d", date.day(),
-                  date.month(), date.year(), time.hour(), time.minute(), time.second(),
-                  time.msec());
-    return QString::fromLatin1(text.data());
+    const struct
+    {
+        int value;
+        unsigned int width;
+        const char *after;
+    } parts[] = {
+        { date.day(), 2, "-" },  { date.month(), 2, "-" },  { date.year(), 4, " " },
+        { time.hour(), 2, ":" }, { time.minute(), 2, ":" }, { time.second(), 2, "." },
+        { time.msec(), 3, "" },
+    };
+    std::string text;
+    for (const auto &part : parts)
+        text.append(IntToStr(part.value, part.width, '0')).append(part.after);
+    return QString::fromStdString(text);
 }
 
 /** The name under which a full log file now lies; empty when it was not full or did not move. */
 QString rotate(const QString &fileDestination)
 {
-    if (QFile(fileDestination).size() <= LARGEST_SIZE_KEPT)
+    if (QFileInfo(fileDestination).size() <= LARGEST_SIZE_KEPT)
         return {};
     const QString target = rotatedName(fileDestination, QDateTime::currentDateTime());
     return QFile::rename(fileDestination, target) ? target : QString();
