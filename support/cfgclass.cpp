@@ -335,7 +335,7 @@ bool CfgClass::InsertSection(const std::string &name, LinePos line, bool newLine
     m_sectionCursor.inserted(section);
     m_currentSection = section;
     if (newLine)
-        line = m_lines.insert(m_lines.end(), headerLine(writtenName(name)));
+        line = m_lines.insert(m_lines.end(), headerLine(writtenName(name, section->first)));
     if (line != m_lines.end())
         section->second.headers.push_back(line);
     return succeed();
@@ -357,7 +357,7 @@ bool CfgClass::InsertKey(const std::string &key, const std::string &value, Secti
     record.newest = at;
     record.cursor.inserted(at);
     if (newLine)
-        line = m_lines.insert(newKeyPosition(record), keyLine(writtenName(key), value));
+        line = m_lines.insert(newKeyPosition(record), keyLine(writtenName(key, at->first), value));
     at->second.value = TrimmedView(value);
     at->second.line = line;
     if (line != m_lines.end())
@@ -393,9 +393,9 @@ CfgClass::KeyPos CfgClass::placeOf(SectRec &section, const std::string &name)
     return keys.lower_bound(name);
 }
 
-std::string CfgClass::writtenName(const std::string &name) const
+const std::string &CfgClass::writtenName(const std::string &name, const std::string &capitals) const
 {
-    return GetUpperCaseWriteCache() ? folded(name) : name;
+    return GetUpperCaseWriteCache() ? capitals : name;
 }
 
 CfgClass::LinePos CfgClass::newKeyPosition(SectRec &section)

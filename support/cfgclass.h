@@ -318,7 +318,7 @@ private:
     bool addKey(const std::string &key, const std::string &value, LinePos line);
     /** Where the key is or would be: often behind the newest, for names tend to come in order. */
     static KeyPos placeOf(SectRec &section, const std::string &name);
-    std::string writtenName(const std::string &name) const;
+    const std::string &writtenName(const std::string &name, const std::string &capitals) const;
     LinePos newKeyPosition(SectRec &section);
     static void rewriteKey(KeyRec &key, const std::string &value);
     void removeKey(SectRec &section, KeyPos key);

@@ -138,19 +138,28 @@ std::wint_t changedCase(std::wint_t c, bool upper)
     return upper ? std::towupper(c) : std::towlower(c);
 }
 
+bool isAsciiLetter(unsigned char byte)
+{
+    const unsigned char lower = byte | 0x20U;
+    return lower >= 'a' && lower <= 'z';
+}
+
 /**
  * Changes the case of ASCII text, whose characters are single bytes in every encoding that a
- * locale may have. False, with the text spoilt, where there is another character before or after.
+ * locale may have, and of which only letters have a case. False, with the text spoilt, where there
+ * is another character before or after.
  */
 bool changeCaseOfAscii(std::string &text, bool upper)
 {
     constexpr unsigned int ASCII_END = 0x80;
-    return std::all_of(text.begin(), text.end(), [upper](char &c) {
+    for (char &c : text) {
         const auto byte = static_cast<unsigned char>(c);
-        const std::wint_t changed = byte < ASCII_END ? changedCase(byte, upper) : ASCII_END;
+        const std::wint_t changed = isAsciiLetter(byte) ? changedCase(byte, upper) : byte;
+        if (changed >= ASCII_END)
+            return false;
         c = static_cast<char>(changed);
-        return changed < ASCII_END;
-    });
+    }
+    return true;
 }
 
 /** Where a symbolic link points to; empty when it cannot be read. */
