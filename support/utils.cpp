@@ -211,12 +211,13 @@ bool StrIsInt(const std::string &text)
 
 long StrToIntDef(const char *text, long def)
 {
-    if (!StrIsInt(text))
-        return def;
     const std::string_view all = view(text);
     const std::string_view digits = all.substr(skipSign(all, 0));
+    const char *const end = digits.data() + digits.size();
     std::uint64_t magnitude = 0;
-    if (std::from_chars(digits.data(), digits.data() + digits.size(), magnitude).ec != std::errc())
+    // An unsigned number is read from digits alone: what stops short of the end fails StrIsInt().
+    const auto [stop, error] = std::from_chars(digits.data(), end, magnitude);
+    if (error != std::errc() || stop != end)
         return def;
     // Read as unsigned and negated modulo two to the 64th power: in the signed range that is the
     // number itself, beyond it the reinterpreted unsigned reading.
