@@ -80,8 +80,10 @@ void upperBare(benchmark::State &state)
         const char *const end = NAME.data() + NAME.size();
         for (const char *at = NAME.data(); at != end;) {
             wchar_t c = 0;
+            // NOLINTNEXTLINE(concurrency-mt-unsafe): it is given a state of its own
             at += std::mbrtowc(&c, at, static_cast<std::size_t>(end - at), &reading);
             const auto upper = static_cast<wchar_t>(std::towupper(static_cast<std::wint_t>(c)));
+            // NOLINTNEXTLINE(concurrency-mt-unsafe)
             result.append(bytes.data(), std::wcrtomb(bytes.data(), upper, &writing));
         }
         benchmark::DoNotOptimize(result);
