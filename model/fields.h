@@ -69,92 +69,51 @@ constexpr bool hasUniqueKeys(const std::tuple<Fields...> &table, std::size_t cou
     return keys.size() == count && std::adjacent_find(keys.begin(), keys.end()) == keys.end();
 }
 
-// A value of a record as its JSON object holds it. A record inside a record is a nested object.
+// How a value goes into a record's JSON object. A record inside a record becomes a nested object;
+// samples are left out while there are none.
 
-inline QJsonValue fieldToJson(int value)
+inline void insertField(QJsonObject &object, QLatin1String key, int value)
 {
-    return value;
+    object.insert(key, value);
 }
 
-inline QJsonValue fieldToJson(float value)
+inline void insertField(QJsonObject &object, QLatin1String key, float value)
 {
-    return static_cast<double>(value);
+    object.insert(key, static_cast<double>(value));
 }
 
-inline QJsonValue fieldToJson(const QString &value)
+inline void insertField(QJsonObject &object, QLatin1String key, const QString &value)
 {
-    return value;
+    object.insert(key, value);
 }
 
-inline QJsonValue fieldToJson(const QVector<float> &samples)
+inline void insertField(QJsonObject &object, QLatin1String key, const QVector<float> &samples)
 {
+    if (samples.isEmpty())
+        return;
     QJsonArray array;
     for (const float sample : samples)
         array.append(static_cast<double>(sample));
-    return array;
+    object.insert(key, array);
 }
 
 template <class Record>
-auto fieldToJson(const Record &record) -> decltype(record.toJson())
+auto insertField(QJsonObject &object, QLatin1String key, const Record &record)
+        -> decltype(record.toJson(), void())
 {
-    return record.toJson();
+    object.insert(key, record.toJson());
 }
 
-/** Samples are left out while there are none; every other key is always present. */
-template <class Type>
-constexpr bool isAlwaysPresent = !std::is_same_v<Type, QVector<float>>;
-
-template <class Record, class Type>
-QLatin1String keyOf(const Field<Record, Type> &row)
+/** The JSON object of a record, from its table. */
+template <class Record, class Table>
+QJsonObject fieldsToJson(const Record &record, const Table &table)
 {
-    return QLatin1String(row.key.data(), static_cast<qsizetype>(row.key.size()));
-}
-
-/**
- * The JSON object of a record, from its table. Finding the place of a key is most of the work of
- * building an object, and the places are the same every time: the keys are put in once, into an
- * object that all others start from.
- */
-template <class Record, class... Types>
-QJsonObject fieldsToJson(const Record &record, const std::tuple<Field<Record, Types>...> &table)
-{
-    struct Layout
-    {
-        QJsonObject blank;
-        std::array<qsizetype, sizeof...(Types)> places{};
+    QJsonObject object;
+    const auto insert = [&object, &record](const auto &row) {
+        const QLatin1String key(row.key.data(), static_cast<qsizetype>(row.key.size()));
+        insertField(object, key, record.*row.member);
     };
-    const auto forEach = [&table](const auto &work) {
-        std::apply([&work](const auto &...row) { (work(row), ...); }, table);
-    };
-
-    // Never destroyed: exit() may find a thread at this.
-    static const Layout &layout = *new Layout([&forEach] {
-        Layout made;
-        forEach([&made]<class Type>(const Field<Record, Type> &row) {
-            if (isAlwaysPresent<Type>)
-                made.blank.insert(keyOf(row), QJsonValue());
-        });
-        auto place = made.places.begin();
-        forEach([&made, &place](const auto &row) {
-            *place++ = made.blank.constFind(keyOf(row)) - made.blank.constBegin();
-        });
-        return made;
-    }());
-
-    QJsonObject object = layout.blank;
-    const QJsonObject::iterator values = object.begin();
-    auto place = layout.places.begin();
-    forEach([&]<class Type>(const Field<Record, Type> &row) {
-        if (isAlwaysPresent<Type>)
-            values[*place] = fieldToJson(record.*row.member);
-        ++place;
-    });
-    forEach([&]<class Type>(const Field<Record, Type> &row) {
-        if constexpr (!isAlwaysPresent<Type>) {
-            if (const Type &samples = record.*row.member; !samples.isEmpty())
-                object.insert(keyOf(row), fieldToJson(samples));
-        }
-    });
+    std::apply([&insert](const auto &...row) { (insert(row), ...); }, table);
     return object;
 }
 
