@@ -2,14 +2,17 @@
 
 #include "logging/cancellationhold.h"
 #include "logging/qloggermanager.h"
+#include "support/utils.h"
 
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QStringConverter>
 
 #include <exception>
 #include <mutex>
+#include <string>
 
 namespace QLogger {
 
@@ -39,15 +42,35 @@ public:
 void createLogsDirectory()
 {
     const QString name = QStringLiteral("logs");
-    const QDir working(QDir::currentPath());
-    if (!working.exists(name))
-        working.mkdir(name);
+    if (!QFile::exists(name))
+        QDir().mkdir(name);
+}
+
+/** "31-12-2024 23:59:59.999". QDateTime would work its way through a format for each line. */
+QString timeStamp(const QDateTime &at)
+{
+    const QDate date = at.date();
+    const QTime time = at.time();
+    const struct
+    {
+        int value;
+        unsigned int width;
+        const char *after;
+    } parts[] = {
+        { date.day(), 2, "-" },  { date.month(), 2, "-" },  { date.year(), 4, " " },
+        { time.hour(), 2, ":" }, { time.minute(), 2, ":" }, { time.second(), 2, "." },
+        { time.msec(), 3, "" },
+    };
+    std::string text;
+    for (const auto &part : parts)
+        text.append(IntToStr(part.value, part.width, '0')).append(part.after);
+    return QString::fromStdString(text);
 }
 
 /** The name under which a full log file now lies; empty when it was not full or did not move. */
 QString rotate(const QString &fileDestination)
 {
-    if (QFile(fileDestination).size() <= LARGEST_SIZE_KEPT)
+    if (QFileInfo(fileDestination).size() <= LARGEST_SIZE_KEPT)
         return {};
     const QString target = rotatedName(fileDestination, QDateTime::currentDateTime());
     return QFile::rename(fileDestination, target) ? target : QString();
@@ -90,8 +113,7 @@ void QLoggerWriter::append(const QString &module, const QString &message) const
     if (!file.open(QIODevice::ReadWrite | QIODevice::Append | QIODevice::Text))
         return;
 
-    const QString now =
-            QDateTime::currentDateTime().toString(QStringLiteral("dd-MM-yyyy hh:mm:ss.zzz"));
+    const QString now = timeStamp(QDateTime::currentDateTime());
     QString text;
     if (!previous.isEmpty())
         text = QStringLiteral("%1 - Previous log %2\n").arg(now, previous);

@@ -32,8 +32,8 @@ Line parsed(const std::string &raw)
         return { Line::HEADER, TrimmedView(line.substr(1, line.size() - 2)) };
 
     const std::size_t equals = line.find('=');
-    if (line.size() < 2 || line.find_first_of("[]") != line.npos || equals == line.npos
-        || equals == 0)
+    const bool hasBracket = line.find('[') != line.npos || line.find(']') != line.npos;
+    if (line.size() < 2 || hasBracket || equals == line.npos || equals == 0)
         return { Line::MALFORMED };
     return { Line::KEY, TrimmedView(line.substr(0, equals)), TrimmedView(line.substr(equals + 1)) };
 }
@@ -335,7 +335,7 @@ bool CfgClass::InsertSection(const std::string &name, LinePos line, bool newLine
     m_sectionCursor.inserted(section);
     m_currentSection = section;
     if (newLine)
-        line = m_lines.insert(m_lines.end(), headerLine(writtenName(name)));
+        line = m_lines.insert(m_lines.end(), headerLine(writtenName(name, section->first)));
     if (line != m_lines.end())
         section->second.headers.push_back(line);
     return succeed();
@@ -354,9 +354,10 @@ bool CfgClass::InsertKey(const std::string &key, const std::string &value, Secti
     if (record.keys.size() == before)
         return fail(NOT_INSERTED);
 
+    record.newest = at;
     record.cursor.inserted(at);
     if (newLine)
-        line = m_lines.insert(newKeyPosition(record), keyLine(writtenName(key), value));
+        line = m_lines.insert(newKeyPosition(record), keyLine(writtenName(key, at->first), value));
     at->second.value = TrimmedView(value);
     at->second.line = line;
     if (line != m_lines.end())
@@ -375,16 +376,26 @@ bool CfgClass::LocateKey(SectionPos section, const std::string &key, KeyPos &at)
 {
     if (section == m_sections.end())
         return fail(BAD_ARGUMENT);
-    Keys &keys = section->second.keys;
     std::string capitals;
     const std::string &name = folded(key, capitals);
-    at = keys.lower_bound(name);
-    return at == keys.end() || at->first != name ? fail(BAD_ARGUMENT) : succeed();
+    at = placeOf(section->second, name);
+    return at == section->second.keys.end() || at->first != name ? fail(BAD_ARGUMENT) : succeed();
 }
 
-std::string CfgClass::writtenName(const std::string &name) const
+CfgClass::KeyPos CfgClass::placeOf(SectRec &section, const std::string &name)
 {
-    return GetUpperCaseWriteCache() ? folded(name) : name;
+    Keys &keys = section.keys;
+    if (section.newest != keys.end() && section.newest->first < name) {
+        const KeyPos next = std::next(section.newest);
+        if (next == keys.end() || name <= next->first)
+            return next;
+    }
+    return keys.lower_bound(name);
+}
+
+const std::string &CfgClass::writtenName(const std::string &name, const std::string &capitals) const
+{
+    return GetUpperCaseWriteCache() ? capitals : name;
 }
 
 CfgClass::LinePos CfgClass::newKeyPosition(SectRec &section)
@@ -404,6 +415,7 @@ void CfgClass::rewriteKey(KeyRec &key, const std::string &value)
 
 void CfgClass::removeKey(SectRec &section, KeyPos key)
 {
+    section.newest = section.keys.end();
     section.cursor.removing(key);
     for (const LinePos line : key->second.repeated)
         m_lines.erase(line);

@@ -89,6 +89,7 @@ protected:
         std::vector<LinePos> headers;
         std::list<LinePos> keyLines; // in file order: a new key goes behind the last
         Cursor<Keys> cursor;
+        KeyPos newest = keys.end(); // the key last inserted; none once one has been removed
     };
     using Sections = std::map<std::string, SectRec>;
     using SectionPos = Sections::iterator;
@@ -315,7 +316,9 @@ private:
     bool openAs(const char *name, bool readOnly);
     bool enterSection(const std::string &name, LinePos line);
     bool addKey(const std::string &key, const std::string &value, LinePos line);
-    std::string writtenName(const std::string &name) const;
+    /** Where the key is or would be: often behind the newest, for names tend to come in order. */
+    static KeyPos placeOf(SectRec &section, const std::string &name);
+    const std::string &writtenName(const std::string &name, const std::string &capitals) const;
     LinePos newKeyPosition(SectRec &section);
     static void rewriteKey(KeyRec &key, const std::string &value);
     void removeKey(SectRec &section, KeyPos key);

@@ -3,6 +3,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstring>
+#include <limits>
 #include <string_view>
 #include <utility>
 
@@ -83,14 +84,10 @@ void putUnicodeEscape(Output &out, char16_t unit)
         out.put(HEX_DIGITS[(unit >> shift) & 0xfU]);
 }
 
-void putAscii(Output &out, char16_t unit)
+void putEscaped(Output &out, char16_t unit)
 {
     constexpr std::string_view ESCAPED = "\"\\\b\f\n\r\t";
     constexpr std::string_view LETTERS = "\"\\bfnrt";
-    if (unit >= 0x20 && unit != u'"' && unit != u'\\') {
-        out.put(static_cast<char>(unit));
-        return;
-    }
     const std::size_t at = ESCAPED.find(static_cast<char>(unit));
     if (at == ESCAPED.npos) {
         putUnicodeEscape(out, unit);
@@ -126,15 +123,22 @@ void putBeyondAscii(Output &out, char32_t point)
     out.put(trailByte(point, 0));
 }
 
+/** Whether a character stands for itself between quotes, as a byte. */
+bool isPlain(char16_t unit)
+{
+    return unit >= 0x20 && unit < 0x80 && unit != u'"' && unit != u'\\';
+}
+
 void writeString(Output &out, const QString &text)
 {
-    out.reserve(text.size() + 2);
+    out.reserve(MAX_CHARACTER_LENGTH * text.size() + 2);
     out.put('"');
     const QChar *const end = text.constEnd();
     for (const QChar *at = text.constBegin(); at != end; ++at) {
-        out.reserve(MAX_CHARACTER_LENGTH);
-        if (at->unicode() < 0x80) {
-            putAscii(out, at->unicode());
+        if (isPlain(at->unicode())) {
+            out.put(static_cast<char>(at->unicode()));
+        } else if (at->unicode() < 0x80) {
+            putEscaped(out, at->unicode());
         } else if (!at->isSurrogate()) {
             putBeyondAscii(out, at->unicode());
         } else if (at->isHighSurrogate() && at + 1 != end && at[1].isLowSurrogate()) {
@@ -144,31 +148,28 @@ void writeString(Output &out, const QString &text)
             putUnicodeEscape(out, at->unicode()); // half a pair has no UTF-8 form
         }
     }
-    out.reserve(1);
     out.put('"');
 }
 
 void writeNumber(Output &out, double value)
 {
-    if (!std::isfinite(value)) {
-        out.write("null");
-        return;
-    }
     const int whole = std::fabs(value) < SIX_DIGIT_LIMIT ? static_cast<int>(value) : 0;
     if (whole == value) {
         // Most numbers of a report are flags and samples: the same digits, found sooner. A zero
         // has no sign here, for the JSON classes do not keep it.
         out.writeNumber(
                 [whole](char *first, char *last) { return std::to_chars(first, last, whole).ptr; });
-        return;
+    } else if (std::isfinite(value)) {
+        out.writeNumber([value](char *first, char *last) {
+            return std::to_chars(first, last, value, std::chars_format::general, SIGNIFICANT_DIGITS)
+                    .ptr;
+        });
+    } else {
+        out.write("null");
     }
-    out.writeNumber([value](char *first, char *last) {
-        return std::to_chars(first, last, value, std::chars_format::general, SIGNIFICANT_DIGITS)
-                .ptr;
-    });
 }
 
-void writeValue(Output &out, const QJsonValue &value, int level);
+void writeValue(Output &out, QJsonValueConstRef value, int level);
 
 /** Writes what stands between two brackets, an item a line. */
 template <class Container, class WriteItem>
@@ -177,7 +178,8 @@ void writeItems(Output &out, const Container &items, std::string_view brackets, 
 {
     out.write(brackets.substr(0, 1));
     std::string_view separator = "\n";
-    for (auto item = items.constBegin(); item != items.constEnd(); ++item) {
+    const auto end = items.constEnd();
+    for (auto item = items.constBegin(); item != end; ++item) {
         out.write(separator);
         out.writeBlanks((level + 1) * INDENT_WIDTH);
         writeItem(item);
@@ -204,14 +206,17 @@ void writeArray(Output &out, const QJsonArray &array, int level)
     });
 }
 
-void writeValue(Output &out, const QJsonValue &value, int level)
+void writeValue(Output &out, QJsonValueConstRef value, int level)
 {
+    // By far most values are numbers, and this question is answered together with its answer.
+    constexpr double NO_NUMBER = std::numeric_limits<double>::quiet_NaN();
+    if (const double number = value.toDouble(NO_NUMBER); !std::isnan(number)) {
+        writeNumber(out, number);
+        return;
+    }
     switch (value.type()) {
     case QJsonValue::Bool:
         out.write(value.toBool() ? "true" : "false");
-        break;
-    case QJsonValue::Double:
-        writeNumber(out, value.toDouble());
         break;
     case QJsonValue::String:
         writeString(out, value.toString());
@@ -222,6 +227,7 @@ void writeValue(Output &out, const QJsonValue &value, int level)
     case QJsonValue::Object:
         writeObject(out, value.toObject(), level);
         break;
+    case QJsonValue::Double: // not a number at all
     case QJsonValue::Null:
     case QJsonValue::Undefined:
         out.write("null");

@@ -19,8 +19,6 @@
 
 namespace {
 
-constexpr std::string_view BLANKS = " \n\t\r";
-
 /** A bound on widths and precisions that only a broken caller reaches. */
 constexpr unsigned int MAX_DIGITS = 4096;
 
@@ -37,6 +35,11 @@ bool isSign(char c)
 bool isDigit(char c)
 {
     return c >= '0' && c <= '9';
+}
+
+bool isBlank(char c)
+{
+    return c == ' ' || c == '\n' || c == '\t' || c == '\r';
 }
 
 /** Pads on the left, but behind a sign. */
@@ -95,11 +98,11 @@ std::size_t skipSign(std::string_view text, std::size_t from)
 
 std::string_view trimmed(std::string_view text, bool left, bool right)
 {
-    const std::size_t first = left ? text.find_first_not_of(BLANKS) : 0;
-    if (first == std::string_view::npos)
-        return {};
-    const std::size_t end = right ? text.find_last_not_of(BLANKS) + 1 : text.size();
-    return end > first ? text.substr(first, end - first) : std::string_view();
+    while (left && !text.empty() && isBlank(text.front()))
+        text.remove_prefix(1);
+    while (right && !text.empty() && isBlank(text.back()))
+        text.remove_suffix(1);
+    return text;
 }
 
 std::string mapBytes(std::string_view text, int (*map)(int))
@@ -129,6 +132,35 @@ private:
     std::array<Item, 256> m_few;
     std::vector<Item> m_many;
 };
+
+std::wint_t changedCase(std::wint_t c, bool upper)
+{
+    return upper ? std::towupper(c) : std::towlower(c);
+}
+
+bool isAsciiLetter(unsigned char byte)
+{
+    const unsigned char lower = byte | 0x20U;
+    return lower >= 'a' && lower <= 'z';
+}
+
+/**
+ * Changes the case of ASCII text, whose characters are single bytes in every encoding that a
+ * locale may have, and of which only letters have a case. False, with the text spoilt, where there
+ * is another character before or after.
+ */
+bool changeCaseOfAscii(std::string &text, bool upper)
+{
+    constexpr unsigned int ASCII_END = 0x80;
+    for (char &c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        const std::wint_t changed = isAsciiLetter(byte) ? changedCase(byte, upper) : byte;
+        if (changed >= ASCII_END)
+            return false;
+        c = static_cast<char>(changed);
+    }
+    return true;
+}
 
 /** Where a symbolic link points to; empty when it cannot be read. */
 std::string linkTarget(const std::string &link)
@@ -179,12 +211,13 @@ bool StrIsInt(const std::string &text)
 
 long StrToIntDef(const char *text, long def)
 {
-    if (!StrIsInt(text))
-        return def;
     const std::string_view all = view(text);
     const std::string_view digits = all.substr(skipSign(all, 0));
+    const char *const end = digits.data() + digits.size();
     std::uint64_t magnitude = 0;
-    if (std::from_chars(digits.data(), digits.data() + digits.size(), magnitude).ec != std::errc())
+    // An unsigned number is read from digits alone: what stops short of the end fails StrIsInt().
+    const auto [stop, error] = std::from_chars(digits.data(), end, magnitude);
+    if (error != std::errc() || stop != end)
         return def;
     // Read as unsigned and negated modulo two to the 64th power: in the signed range that is the
     // number itself, beyond it the reinterpreted unsigned reading.
@@ -297,8 +330,8 @@ std::string LowerCase(const std::string &text)
 std::string LocaleChangeCase(const char *text, bool upper)
 {
     const std::string_view original = view(text);
-    if (original.empty())
-        return {};
+    if (std::string result(original); changeCaseOfAscii(result, upper))
+        return result;
 
     // Both conversions keep their state in a variable of ours, which makes them safe in any thread.
     constexpr auto FAILED = static_cast<std::size_t>(-1);
@@ -309,9 +342,8 @@ std::string LocaleChangeCase(const char *text, bool upper)
     if (count == FAILED)
         return std::string(original);
 
-    std::transform(wide.data(), wide.data() + count, wide.data(), [upper](std::wint_t c) {
-        return static_cast<wchar_t>(upper ? std::towupper(c) : std::towlower(c));
-    });
+    std::transform(wide.data(), wide.data() + count, wide.data(),
+                   [upper](std::wint_t c) { return static_cast<wchar_t>(changedCase(c, upper)); });
 
     Scratch<char> narrow(original.size() + 1);
     const wchar_t *source = wide.data();
