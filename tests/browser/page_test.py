@@ -21,8 +21,11 @@ import sys
 import tempfile
 from urllib.parse import urlsplit
 
+sys.dont_write_bytecode = True
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1]))
+from localcloud import PROXIES, end, start_cloud  # noqa: E402
+
 CHROMEDRIVER = "/usr/bin/chromedriver"
-PROXIES = {"http_proxy", "https_proxy", "all_proxy", "no_proxy"}
 STATUS_SKIPPED = 77
 DESKTOP = {"width": 1280, "height": 1100, "deviceScaleFactor": 1, "mobile": False}
 PHONE = {"width": 390, "height": 844, "deviceScaleFactor": 2, "mobile": True}
@@ -44,26 +47,6 @@ def why_not_here():
     if ubuntu and not os.path.exists(CHROMEDRIVER):
         return "Ubuntu has no package with a browser that a test could start"
     return None
-
-
-def end(process):
-    process.terminate()
-    try:
-        process.wait(timeout=20)
-    except subprocess.TimeoutExpired:
-        process.kill()
-        process.wait()
-
-
-def start_cloud(ending, build, directory, seed):
-    """The addresses that it says at first, by name."""
-    file = directory / "seed.json"
-    file.write_text(json.dumps(seed))
-    program = build / "devkit/cloud/pelcloud-localcloud"
-    cloud = subprocess.Popen([program, "--quiet", "--seed", file], stdout=subprocess.PIPE, text=True)
-    ending.callback(cloud.stdout.close)
-    ending.callback(end, cloud)
-    return dict(cloud.stdout.readline().split() for _ in range(4))
 
 
 def start_plugin(ending, build, directory, configuration, proxy):
@@ -325,7 +308,7 @@ def main():
     with contextlib.ExitStack() as ending:
         temporary = tempfile.TemporaryDirectory(prefix="pelcloud-page-")
         directory = pathlib.Path(ending.enter_context(temporary))
-        cloud = start_cloud(ending, options.build, directory, seed)
+        cloud = start_cloud(ending, options.build, directory, seed, "--quiet")
         page = Page(start_browser(ending, directory), cloud["page"])
         good = [run(nothing_is_reported_at_first, page)]
         configuration = {"home": cloud["api"], **account}
