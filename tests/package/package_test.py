@@ -32,7 +32,7 @@ INSTALLED = {
     "usr/bin/pelcloudctl", PLUGIN, "usr/share/man/man1/pelcloudctl.1.gz", "usr/share/man/man5/pelcloud.json.5.gz",
     "usr/share/bash-completion/completions/pelcloudctl", "usr/share/zsh/vendor-completions/_pelcloudctl",
     "usr/share/fish/vendor_completions.d/pelcloudctl.fish", DOCS + "README.md", DOCS + "copyright",
-    DOCS + "examples/pelcloud.json", *(DOCS + f"docs/{file.name}" for file in (SOURCE / "docs").glob("*.md")),
+    DOCS + "examples/pelcloud.json", *(DOCS + f"docs/{file.name}" for file in (SOURCE / "docs").iterdir()),
 }
 ONLY_IN_DEB = {DOCS + "changelog.gz", DOCS + "changelog.Debian.gz", "usr/share/lintian/overrides/pelcloud"}
 ONLY_IN_TAR = {DOCS + "CHANGELOG.md"}
