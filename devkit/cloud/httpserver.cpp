@@ -214,6 +214,15 @@ Request takeRequest(const httplib::Request &from)
     return request;
 }
 
+/** "Sun, 06 Nov 1994 08:49:37 GMT" */
+std::string httpDate(std::time_t time)
+{
+    std::tm utc{};
+    gmtime_r(&time, &utc);
+    char text[64];
+    return { text, std::strftime(text, sizeof text, "%a, %d %b %Y %H:%M:%S GMT", &utc) };
+}
+
 void answer(const HttpServer::Handler &handler, const httplib::Request &from,
             httplib::Response &response)
 {
@@ -264,6 +273,9 @@ public:
         set_keep_alive_timeout(IDLE_LIMIT.count());
         set_keep_alive_max_count(KEEP_ALIVE_MAX);
         set_payload_max_length(MAX_BODY);
+        set_post_routing_handler([](const httplib::Request &, httplib::Response &response) {
+            response.set_header("Date", httpDate(std::time(nullptr)));
+        });
         set_logger([this](const httplib::Request &request, const httplib::Response &response) {
             observe(request, response);
         });

@@ -259,27 +259,30 @@ TEST(Faults, AllAtOnce)
         written(library.string() + ".new", "no library");
         fs::rename(library.string() + ".new", library);
     };
-    std::vector<std::pair<std::string, std::function<void()>>> faults{
+    std::vector<std::pair<std::string, std::function<void()>>> faults
+    {
         { "no cloud", findsNoCloud },
-        { "log on a full disk",
-          [] {
-              cannotWriteItsLog([](const auto &log) { fs::create_symlink("/dev/full", log); });
-          } },
-        { "log cannot be opened",
-          [] { cannotWriteItsLog([](const auto &log) { fs::create_directory(log); }); } },
-        { "no working directory", losesItsWorkingDirectory },
-        { "no file descriptors", runsOutOfFileDescriptors },
-        { "library removed", [] { losesItsLibrary([](const auto &file) { fs::remove(file); }); } },
-        { "library replaced", [&replace] { losesItsLibrary(replace); } },
-        { "slow library", [] { hasAFaultyLibrary("delay-ms = 1500\n"); } },
-        { "failing library",
-          [] { hasAFaultyLibrary("version-fails = yes\nstate-fails = yes\n"); } },
-        { "garbage", [] { hasAFaultyLibrary("garbage = yes\nunterminated = yes\n"); } },
-        { "extremes", [] { hasAFaultyLibrary("extreme = yes\n"); } },
-        { "no numbers", [] { hasAFaultyLibrary("nan = yes\n"); } },
+                { "log on a full disk",
+                  [] {
+                      cannotWriteItsLog(
+                              [](const auto &log) { fs::create_symlink("/dev/full", log); });
+                  } },
+                { "log cannot be opened",
+                  [] { cannotWriteItsLog([](const auto &log) { fs::create_directory(log); }); } },
+                { "no working directory", losesItsWorkingDirectory },
+                { "no file descriptors", runsOutOfFileDescriptors },
+                { "library removed",
+                  [] { losesItsLibrary([](const auto &file) { fs::remove(file); }); } },
+                { "library replaced", [&replace] { losesItsLibrary(replace); } },
+                { "slow library", [] { hasAFaultyLibrary("delay-ms = 1500\n"); } },
+                { "failing library",
+                  [] { hasAFaultyLibrary("version-fails = yes\nstate-fails = yes\n"); } },
+                { "garbage", [] { hasAFaultyLibrary("garbage = yes\nunterminated = yes\n"); } },
+                { "extremes", [] { hasAFaultyLibrary("extreme = yes\n"); } },
+                { "no numbers", [] { hasAFaultyLibrary("nan = yes\n"); } },
 #if !PELCLOUD_SANITIZED // a sanitizer's runtime must be loaded first
-        { "clock set back", [] { livesThroughAClockThatIsSet("-3600s"); } },
-        { "clock set forward", [] { livesThroughAClockThatIsSet("+86400s"); } },
+                { "clock set back", [] { livesThroughAClockThatIsSet("-3600s"); } },
+                { "clock set forward", [] { livesThroughAClockThatIsSet("+86400s"); } },
 #endif
     };
     for (const Stranger &stranger : strangers)
