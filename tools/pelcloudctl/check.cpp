@@ -267,7 +267,7 @@ private:
     /** Whether a server is there, its certificate, and its clock. */
     Answer examineServer(const char *subject, const std::string &url, const QString &token = {})
     {
-        const Answer answer = probe(url, token.toStdString());
+        Answer answer = probe(url, token.toStdString());
         const std::string shown = withoutPassword(url);
         if (answer.status == 0) {
             add(Verdict::Problem, subject, shown + ": no answer: " + answer.failure,

@@ -36,8 +36,8 @@ struct Enroll
     std::string secretFile; // empty: asked for
     std::string authorizationEndpoint;
     std::string scope;
-    bool isWaiting = true;
-    bool isQrCode = true;
+    bool isLeftToPlugin = false; // to wait for the approval
+    bool isWithoutQrCode = false;
 };
 int run(const Enroll &options);
 

@@ -46,7 +46,7 @@ enum class Outcome { Approved, Expired, Refused };
 QString text(const QJsonObject &object, std::initializer_list<const char *> keys)
 {
     for (const char *const key : keys) {
-        if (const QString value = object[QLatin1String(key)].toString(); !value.isEmpty())
+        if (QString value = object[QLatin1String(key)].toString(); !value.isEmpty())
             return value;
     }
     return {};
@@ -117,7 +117,7 @@ void show(const DeviceCode &code, const Commands::Enroll &options)
     wide.pop_back();
     out.append(Terminal::painted(Colour::Bold, wide)).append("\n\n    ");
     out.append(Terminal::painted(Colour::Dim, "(" + code.userCode + ")")).append("\n\n");
-    if (options.isQrCode && Terminal::isTerminal(stdout))
+    if (!options.isWithoutQrCode && Terminal::isTerminal(stdout))
         out.append(Terminal::qrCode(code.address)).append("\n");
     Terminal::print(out);
 }
@@ -295,7 +295,7 @@ int Commands::run(const Enroll &options)
         auth.getToken().setDeviceCode(code.code);
         auth.getToken().setInterval(static_cast<int>(code.interval.count()));
         show(code, options);
-        if (!options.isWaiting) {
+        if (options.isLeftToPlugin) {
             save(file, earlier, auth.getToken());
             Terminal::print(
                     "Wrote " + file

@@ -23,7 +23,7 @@ std::string statusWords(long status)
         { 400, 499, "the request is refused" },
         { 500, 599, "the server has trouble of its own" },
     };
-    const std::string number = std::to_string(status);
+    std::string number = std::to_string(status);
     for (const auto &row : ROWS) {
         if (status >= row.first && status <= row.last)
             return number + " (" + row.words + ")";

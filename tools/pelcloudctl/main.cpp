@@ -120,9 +120,9 @@ private:
                 ->capture_default_str();
         option("--scope", m_enroll.scope, "WORDS", "What the enrolment asks for")
                 ->capture_default_str();
-        command->add_flag("!--no-wait", m_enroll.isWaiting,
+        command->add_flag("--no-wait", m_enroll.isLeftToPlugin,
                           "Write the device code at once; the plug-in waits for the approval");
-        command->add_flag("!--no-qr", m_enroll.isQrCode, "Show no QR code");
+        command->add_flag("--no-qr", m_enroll.isWithoutQrCode, "Show no QR code");
         onParsed(command, m_enroll);
     }
 

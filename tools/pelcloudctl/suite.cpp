@@ -41,8 +41,8 @@ Suite::Suite(const Installation &installation)
     if (!m_library.Load(name))
         throw Problem("cannot load the suite's library: " + m_library.GetLastErrorStr(),
                       "See what it lacks: ldd " + name);
-    for (const std::string &entry : missingEntries(m_library))
-        throw Problem(name + " lacks the entry " + entry,
+    if (const auto missing = missingEntries(m_library); !missing.empty())
+        throw Problem(name + " lacks the entry " + missing.front(),
                       "Is it the suite's own library, of a version that this plug-in knows?");
     m_handle = m_library.CliStart();
     if (m_handle == nullptr)

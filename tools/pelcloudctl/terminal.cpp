@@ -187,7 +187,7 @@ std::string askSecret(const std::string &question)
 {
     print(question + ": ");
     const EchoOff silence;
-    const std::string answer = readLine();
+    std::string answer = readLine();
     if (silence.isTerminal())
         print("\n");
     return answer;
