@@ -75,7 +75,7 @@ TEST(Tool, SaysInOneLineWhatIsWrong)
           "upscli.so",
           contentOf(PLUGIN_FILE),
           1,
-          "lacks the entry CliStart" },
+          "lacks the entries CliStart, CliStop, " },
         { "a library at rest",
           { "status" },
           "scenario.ini",

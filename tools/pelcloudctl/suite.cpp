@@ -10,6 +10,18 @@
 #include <algorithm>
 #include <filesystem>
 
+namespace {
+
+std::string joined(const std::vector<std::string> &names)
+{
+    std::string text;
+    for (const std::string &name : names)
+        text.append(text.empty() ? "" : ", ").append(name);
+    return text;
+}
+
+} // namespace
+
 std::vector<std::string> Suite::missingEntries(const UpsCliDL &library)
 {
     const struct
@@ -42,7 +54,8 @@ Suite::Suite(const Installation &installation)
         throw Problem("cannot load the suite's library: " + m_library.GetLastErrorStr(),
                       "See what it lacks: ldd " + name);
     if (const auto missing = missingEntries(m_library); !missing.empty())
-        throw Problem(name + " lacks the entry " + missing.front(),
+        throw Problem(name + (missing.size() == 1 ? " lacks the entry " : " lacks the entries ")
+                              + joined(missing),
                       "Is it the suite's own library, of a version that this plug-in knows?");
     m_handle = m_library.CliStart();
     if (m_handle == nullptr)
