@@ -1,5 +1,6 @@
 #include "auth/gauth.h"
 #include "http/httpclient.h"
+#include "http/httprequest.h"
 #include "plugin/constants.h"
 #include "plugin/loglevels.h"
 #include "plugin/upsclidl.h"
@@ -53,10 +54,12 @@ bool isLoopback(const std::string &url)
            || host.startsWith(QLatin1String("127."));
 }
 
+/** The address of the computer's reports, as the plug-in asks for it. */
 std::string pathOf(const GoogleToken &token)
 {
-    return Constants::COMPUTER_URI_PATTERN.arg(token.getHomeURI(), token.getComputerId())
-            .toStdString();
+    const QString uri =
+            Constants::COMPUTER_URI_PATTERN.arg(token.getHomeURI(), token.getComputerId());
+    return HttpRequest(QUrl(uri)).url().toStdString();
 }
 
 /** Looks at one thing after the other and changes nothing. */
@@ -87,7 +90,8 @@ private:
     void add(Verdict verdict, const char *subject, const std::string &text,
              const std::string &remedy = {})
     {
-        m_findings.push_back({ verdict, subject, text, remedy });
+        m_findings.push_back(
+                { verdict, subject, Terminal::printable(std::string_view(text)), remedy });
     }
     void add(const char *subject, const Problem &problem)
     {

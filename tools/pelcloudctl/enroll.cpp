@@ -18,6 +18,7 @@
 #include <QByteArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QRegularExpression>
 #include <QUrl>
 
 namespace {
@@ -111,11 +112,11 @@ void show(const DeviceCode &code, const Commands::Enroll &options)
     std::string out = "\nOn any computer or telephone, open\n\n    ";
     out.append(Terminal::painted(Colour::Bold, code.address))
             .append("\n\nand enter the code\n\n    ");
-    std::string wide;
-    for (const char c : code.userCode)
-        wide.append(1, c).append(" ");
-    wide.pop_back();
-    out.append(Terminal::painted(Colour::Bold, wide)).append("\n\n    ");
+    QString wide;
+    for (const QChar c : QString::fromStdString(code.userCode))
+        wide.append(c).append(u' ');
+    wide.chop(1);
+    out.append(Terminal::painted(Colour::Bold, wide.toStdString())).append("\n\n    ");
     out.append(Terminal::painted(Colour::Dim, "(" + code.userCode + ")")).append("\n\n");
     if (!options.isWithoutQrCode && Terminal::isTerminal(stdout))
         out.append(Terminal::qrCode(code.address)).append("\n");
@@ -129,7 +130,7 @@ void countDown(Clock::time_point next, Clock::time_point end)
     for (;;) {
         const Clock::time_point now = Clock::now();
         if (now >= next || now >= end)
-            return;
+            break;
         if (isShown) {
             const auto left = std::chrono::ceil<seconds>(end - now).count();
             char line[64];
@@ -139,6 +140,7 @@ void countDown(Clock::time_point next, Clock::time_point end)
         }
         std::this_thread::sleep_until(std::min({ next, end, now + seconds(1) }));
     }
+    Terminal::print(isShown ? "\r\033[K" : "");
 }
 
 /** Asks until the person has decided; what the server gave is in `auth` when it is Approved. */
@@ -168,6 +170,13 @@ Outcome await(GoogleAuth &auth, const DeviceCode &code)
         if (result != GoogleAuth::AuthorizationPending)
             slowDown();
     }
+}
+
+std::string lifeWords(seconds life)
+{
+    constexpr seconds SHORT{ 120 };
+    return life < SHORT ? std::to_string(life.count()) + " seconds"
+                        : std::to_string(life.count() / 60) + " minutes";
 }
 
 std::string hostName()
@@ -236,9 +245,13 @@ QString homeAddress(const QString &given)
 QJsonObject earlierConfiguration(const std::string &name)
 {
     std::error_code error;
-    if (!std::filesystem::exists(std::filesystem::symlink_status(name, error)))
+    if (!std::filesystem::exists(name, error) || std::filesystem::is_empty(name, error))
         return {};
-    return readConfiguration(name);
+    try {
+        return readConfiguration(name);
+    } catch (const Problem &problem) {
+        throw Problem(problem.what(), "Mend it or move it out of the way; then run this again.");
+    }
 }
 
 GoogleToken newToken(const Commands::Enroll &options, const QJsonObject &earlier)
@@ -250,6 +263,10 @@ GoogleToken newToken(const Commands::Enroll &options, const QJsonObject &earlier
     const std::string id = old.getComputerId().toStdString();
     token.setComputerId(valueOf(options.computer, "--computer", "Identifier of this computer",
                                 id.empty() ? hostName() : id));
+    static const QRegularExpression plain(QStringLiteral("^[A-Za-z0-9._~-]+$"));
+    if (!plain.match(token.getComputerId()).hasMatch()) // it becomes a part of addresses as it is
+        throw Problem("\"" + Terminal::printable(token.getComputerId()) + "\" is no identifier",
+                      "It is made of letters, digits and . _ ~ -");
     token.setClientId(valueOf(options.client, "--client", "Client identifier",
                               old.getClientId().toStdString()));
     const bool isSameClient = token.getClientId() == old.getClientId();
@@ -260,6 +277,11 @@ GoogleToken newToken(const Commands::Enroll &options, const QJsonObject &earlier
 void save(const std::string &name, const QJsonObject &earlier, const GoogleToken &token)
 {
     QJsonObject object = earlier;
+    try {
+        object = earlierConfiguration(name); // it may have changed during the wait
+    } catch (const Problem &) {
+        object = earlier;
+    }
     const QJsonObject fields = token.toJson();
     for (auto field = fields.begin(); field != fields.end(); ++field)
         object.insert(field.key(), field.value());
@@ -270,8 +292,6 @@ void save(const std::string &name, const QJsonObject &earlier, const GoogleToken
 
 bool wantsNewCode(const char *why)
 {
-    if (Terminal::isTerminal(stdout))
-        Terminal::print("\r\033[K");
     if (!Terminal::isTerminal(stdin))
         throw Problem(why, "Run this again for a new code.");
     Terminal::print(std::string(why) + ".\n");
@@ -287,6 +307,7 @@ int Commands::run(const Enroll &options)
     const std::string file = installation.config();
     const QJsonObject earlier = earlierConfiguration(file);
     const GoogleToken token = newToken(options, earlier);
+    checkReplaceable(file); // better now than when a person has approved
 
     for (;;) {
         const DeviceCode code = requestCode(options, token);
@@ -300,14 +321,13 @@ int Commands::run(const Enroll &options)
             Terminal::print(
                     "Wrote " + file
                     + ". The plug-in signs in once the code is approved, which must be within "
-                    + std::to_string(code.life.count() / 60) + " minutes.\n");
+                    + lifeWords(code.life) + ".\n");
             return 0;
         }
         const Outcome outcome = await(auth, code);
         if (outcome == Outcome::Approved) {
             save(file, earlier, auth.getToken());
-            Terminal::print(std::string(Terminal::isTerminal(stdout) ? "\r\033[K" : "")
-                            + Terminal::painted(Terminal::Colour::Green, "Enrolled.") + " Wrote "
+            Terminal::print(Terminal::painted(Terminal::Colour::Green, "Enrolled.") + " Wrote "
                             + file + "; the plug-in reports within ten seconds.\n");
             return 0;
         }

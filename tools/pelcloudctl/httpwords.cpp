@@ -33,5 +33,9 @@ std::string statusWords(long status)
 
 std::string withoutPassword(const std::string &url)
 {
+    if (url.find("://") == std::string::npos) { // as proxies may be named
+        const std::size_t at = url.rfind('@');
+        return at == std::string::npos ? url : url.substr(at + 1);
+    }
     return QUrl(QString::fromStdString(url)).toString(QUrl::RemoveUserInfo).toStdString();
 }

@@ -31,6 +31,9 @@ struct Installation
  */
 void replaceConfiguration(const std::string &name, const QJsonObject &object);
 
+/** A Problem when replaceConfiguration() would fail here for want of a right; changes nothing. */
+void checkReplaceable(const std::string &name);
+
 /**
  * Sets one text of the file and keeps everything else of it, its mode and its owner, in a single
  * step. A Problem, with the old file untouched, when that fails.

@@ -20,8 +20,9 @@ using QLogger::LogLevel;
 
 std::string shown(std::string_view line)
 {
+    using Terminal::Colour;
     const bool isFailure = levelOfLine(line) == LogLevel::Error;
-    return isFailure ? Terminal::painted(Terminal::Colour::Red, line) : std::string(line);
+    return Terminal::painted(isFailure ? Colour::Red : Colour::Plain, Terminal::printable(line));
 }
 
 /** Shows the lines that matter enough; with a limit, only the last so many until flush(). */

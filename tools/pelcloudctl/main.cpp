@@ -8,8 +8,10 @@
 
 #include <CLI/CLI.hpp>
 
+#include <cmath>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <functional>
 #include <iostream>
 
@@ -25,6 +27,21 @@ const CLI::IsMember isLevel({ "fatal", "error", "warning", "info", "debug", "tra
                             CLI::ignore_case);
 constexpr double SHORTEST_WATCH = 0.1; // seconds
 constexpr double LONGEST_WATCH = 3600;
+
+// A validator's answer is what is wrong, or nothing.
+
+std::string isCount(const std::string &text)
+{
+    constexpr std::size_t MOST_DIGITS = 9;
+    const bool isGood = !text.empty() && text.size() <= MOST_DIGITS
+                        && text.find_first_not_of("0123456789") == std::string::npos;
+    return isGood ? "" : text + " is no whole number";
+}
+
+std::string isNumber(const std::string &text)
+{
+    return std::isfinite(std::strtod(text.c_str(), nullptr)) ? "" : text + " is no number";
+}
 
 /** All commands with their options, and the one that the command line names. */
 class Program
@@ -89,6 +106,7 @@ private:
                     "  pelcloudctl status --json | jq '.devices[].vars.cBattery'");
         command->add_flag("-w,--watch", m_status.isWatching, "Look again and again until Ctrl-C");
         command->add_option("--interval", m_status.seconds, "Seconds between two looks")
+                ->check(CLI::Validator(isNumber, "SECONDS"))
                 ->check(CLI::Range(SHORTEST_WATCH, LONGEST_WATCH))
                 ->capture_default_str();
         command->add_flag("--json", m_status.isJson, "Print the objects that the cloud would get");
@@ -145,9 +163,15 @@ private:
                 add("explain", "Show how one UPS's record becomes a report, field by field",
                     "  pelcloudctl explain 1\n"
                     "  pelcloudctl explain | grep Battery");
-        command->add_option("UNIT", m_explain.unit, "The UPS's number, from 0 on")
+        // As text, which CLI11 would read as C reads numbers: 010 is the UPS that is called 010.
+        command->add_option("UNIT", m_unit, "The UPS's number, from 0 on")
+                ->check(CLI::Validator(isCount, "NUMBER"))
                 ->capture_default_str();
-        onParsed(command, m_explain);
+        command->callback([this] {
+            m_explain.directory = m_directory;
+            m_explain.unit = std::stoul(m_unit);
+            m_command = [this] { return Commands::run(m_explain); };
+        });
     }
 
     void addRun()
@@ -171,6 +195,7 @@ private:
                 ->type_name("LEVEL")
                 ->check(isLevel);
         command->add_option("-n,--lines", m_log.lines, "Only the last so many lines")
+                ->check(CLI::Validator(isCount, ""))
                 ->type_name("N");
         onParsed(command, m_log);
 
@@ -208,6 +233,7 @@ private:
     Commands::Log m_log;
     Commands::LogLevel m_logLevel;
     std::string m_shell;
+    std::string m_unit = "0";
     std::function<int()> m_command;
 };
 

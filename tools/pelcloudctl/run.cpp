@@ -7,6 +7,7 @@
 #include "tools/pelcloudctl/installation.h"
 #include "tools/pelcloudctl/logfile.h"
 #include "tools/pelcloudctl/problem.h"
+#include "tools/pelcloudctl/suite.h"
 #include "tools/pelcloudctl/terminal.h"
 
 #include <cerrno>
@@ -100,7 +101,8 @@ void showLines()
     try {
         g_follower->read([](std::string_view line) {
             const bool isFailure = levelOfLine(line) == QLogger::LogLevel::Error;
-            Terminal::print(Terminal::painted(isFailure ? Colour::Red : Colour::Plain, line)
+            Terminal::print(Terminal::painted(isFailure ? Colour::Red : Colour::Plain,
+                                              Terminal::printable(line))
                             + "\n");
         });
     } catch (const Problem &) {
@@ -120,6 +122,7 @@ bool isSilent(const Installation &installation)
 
 int runOn(const Installation &installation)
 {
+    static_cast<void>(Suite(installation)); // says what is wrong with it, which the log may not
     // Blocked before the plug-in has threads, which inherit that.
     sigset_t endings;
     sigemptyset(&endings);

@@ -207,8 +207,9 @@ public:
     {
         struct sigaction action = {};
         action.sa_handler = leaveAndEnd;
-        sigaction(SIGINT, &action, nullptr);
-        sigaction(SIGTERM, &action, nullptr);
+        for (const int number : { SIGINT, SIGTERM, SIGHUP, SIGQUIT })
+            sigaction(number, &action, nullptr);
+        signal(SIGTSTP, SIG_IGN); // a stopped program would leave the screen as it is
         Terminal::print(ENTER_SCREEN);
     }
     ~Screen() { leave(); }
@@ -227,10 +228,13 @@ private:
     {
         static_cast<void>(write(STDOUT_FILENO, LEAVE_SCREEN, sizeof LEAVE_SCREEN - 1) < 0);
     }
-    static void leaveAndEnd(int)
+    static void leaveAndEnd(int number)
     {
         leave();
-        _exit(0);
+        if (number == SIGINT)
+            _exit(0); // as announced
+        signal(number, SIG_DFL);
+        raise(number);
     }
 };
 

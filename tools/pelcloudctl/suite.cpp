@@ -12,6 +12,24 @@
 
 namespace {
 
+/** Calls the library. What it throws is made of its code, and must be gone before that is unloaded. */
+template <class Call>
+auto guarded(Call call)
+{
+    bool isDone = false;
+    decltype(call()) result{};
+    try {
+        result = call();
+        isDone = true;
+    } catch (...) {
+        isDone = false;
+    }
+    if (!isDone)
+        throw Problem("the suite's library fails in a call",
+                      "Is the suite's own service in order?");
+    return result;
+}
+
 std::string joined(const std::vector<std::string> &names)
 {
     std::string text;
@@ -57,25 +75,33 @@ Suite::Suite(const Installation &installation)
         throw Problem(name + (missing.size() == 1 ? " lacks the entry " : " lacks the entries ")
                               + joined(missing),
                       "Is it the suite's own library, of a version that this plug-in knows?");
-    m_handle = m_library.CliStart();
+    m_handle = guarded([this] { return m_library.CliStart(); });
     if (m_handle == nullptr)
         throw Problem("the suite's library does not start", "Is the suite's own service running?");
 }
 
 Suite::~Suite()
 {
-    if (m_handle != nullptr)
+    if (m_handle == nullptr)
+        return;
+    try {
         m_library.CliStop(m_handle);
+    } catch (...) {
+        return; // there is nobody left to tell
+    }
 }
 
 unsigned long Suite::count()
 {
-    return std::min(m_library.GetServerCount(m_handle), MAX_UNITS);
+    return std::min(guarded([this] { return m_library.GetServerCount(m_handle); }), MAX_UNITS);
 }
 
 bool Suite::readVersion(unsigned long index, Computer &computer)
 {
-    if (m_library.UPSSrvGetVersionInfo(m_handle, index, m_buffers.version.get()) == 0)
+    const auto call = [this, index] {
+        return m_library.UPSSrvGetVersionInfo(m_handle, index, m_buffers.version.get());
+    };
+    if (guarded(call) == 0)
         return false;
     Pel6Translator::translate(computer, m_buffers.version.get());
     return true;
@@ -83,11 +109,13 @@ bool Suite::readVersion(unsigned long index, Computer &computer)
 
 bool Suite::readState(unsigned long index, DeviceStatus &device)
 {
-    if (m_library.UPSSrvGetState(m_handle, index, m_buffers.capabilities.get(),
-                                 m_buffers.variables.get(), m_buffers.stateFlags.get(),
-                                 m_buffers.failureFlags.get(), m_buffers.cause.get(),
-                                 m_buffers.counter.get(), m_buffers.fullDischarge.get())
-        == 0)
+    const auto call = [this, index] {
+        return m_library.UPSSrvGetState(m_handle, index, m_buffers.capabilities.get(),
+                                        m_buffers.variables.get(), m_buffers.stateFlags.get(),
+                                        m_buffers.failureFlags.get(), m_buffers.cause.get(),
+                                        m_buffers.counter.get(), m_buffers.fullDischarge.get());
+    };
+    if (guarded(call) == 0)
         return false;
     translateState(device, m_buffers);
     return true;

@@ -67,6 +67,7 @@ public:
         }
         termios silent = s_before;
         silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+        silent.c_cc[VSUSP] = _POSIX_VDISABLE; // nobody finds a shell without an echo
         tcsetattr(STDIN_FILENO, TCSAFLUSH, &silent);
     }
     ~EchoOff()
@@ -140,6 +141,11 @@ std::string printable(const QString &text)
     return shown.toStdString();
 }
 
+std::string printable(std::string_view utf8)
+{
+    return printable(QString::fromUtf8(utf8.data(), static_cast<qsizetype>(utf8.size())));
+}
+
 void print(std::string_view text)
 {
     if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size() || std::fflush(stdout) != 0)
@@ -185,8 +191,8 @@ std::string ask(const std::string &question, const std::string &byDefault)
 
 std::string askSecret(const std::string &question)
 {
+    const EchoOff silence; // before the question, for who answers may be quick
     print(question + ": ");
-    const EchoOff silence;
     std::string answer = readLine();
     if (silence.isTerminal())
         print("\n");

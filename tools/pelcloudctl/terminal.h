@@ -24,6 +24,7 @@ enum class Colour { Plain, Bold, Dim, Green, Yellow, Red };
 
 /** UTF-8, every control character a "?", so that no record can send the terminal a command. */
 [[nodiscard]] std::string printable(const QString &text);
+[[nodiscard]] std::string printable(std::string_view utf8);
 
 /** Prints the text and what is buffered; a Problem when that fails, on a full disk for example. */
 void print(std::string_view text);
