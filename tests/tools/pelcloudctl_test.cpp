@@ -293,6 +293,8 @@ constexpr const char *CLIENTS = R"({"clients": [{"client_id": "c1", "client_secr
 
 TEST(Enroll, LeadsAPersonThroughIt)
 {
+    if (!TerminalSession::isPossible())
+        GTEST_SKIP() << "there are no pseudo-terminals here";
     const Installation installation;
     LocalCloud cloud(CLIENTS, { "--poll-seconds", "1" });
     const std::string home = cloud.address("api");
@@ -650,6 +652,8 @@ TEST(LogLevel, ChangesNothingElse)
 
 TEST(Run, ShowsTheLogUntilCtrlC)
 {
+    if (!TerminalSession::isPossible())
+        GTEST_SKIP() << "there are no pseudo-terminals here";
     const Installation installation;
     LocalCloud cloud;
     installation.writeScenario("units = 1");
@@ -665,6 +669,8 @@ TEST(Run, ShowsTheLogUntilCtrlC)
 
 TEST(Status, IsDrawnAnewWhenItIsWatched)
 {
+    if (!TerminalSession::isPossible())
+        GTEST_SKIP() << "there are no pseudo-terminals here";
     const Installation installation;
     installation.writeScenario(
             "units = 1\ntime-scale = 10\n[unit 0]\ntimeline = mains 10, outage 30");

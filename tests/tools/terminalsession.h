@@ -14,6 +14,18 @@
 class TerminalSession
 {
 public:
+    /** False in a root without pseudo-terminals, such as a bare chroot. */
+    static bool isPossible()
+    {
+        int terminal = -1;
+        int other = -1;
+        if (openpty(&terminal, &other, nullptr, nullptr, nullptr) != 0)
+            return false;
+        close(terminal);
+        close(other);
+        return true;
+    }
+
     /** "NAME=value" words before the program go into its environment. */
     explicit TerminalSession(std::vector<std::string> command)
     {
