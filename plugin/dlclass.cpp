@@ -1,52 +1,23 @@
 #include "plugin/dlclass.h"
 
 #include <dlfcn.h>
-#include <link.h>
 
-namespace {
+#include <utility>
 
-/** One more reference to a loaded library; it is found by its name, without a look at the disk. */
-void *referenceTo(void *handle)
+DLClass::Mapping::~Mapping()
 {
-    link_map *map = nullptr;
-    if (handle == nullptr || dlinfo(handle, RTLD_DI_LINKMAP, &map) != 0 || map == nullptr)
-        return nullptr;
-    return dlopen(map->l_name, RTLD_NOW | RTLD_NOLOAD);
-}
-
-} // namespace
-
-DLClass::DLClass(const DLClass &other)
-    : m_handle(referenceTo(other.m_handle))
-{}
-
-DLClass &DLClass::operator=(const DLClass &other)
-{
-    if (this != &other)
-        share(other);
-    return *this;
-}
-
-void DLClass::share(const DLClass &other)
-{
-    Unload();
-    m_handle = referenceTo(other.m_handle);
+    if (handle != nullptr)
+        dlclose(handle);
 }
 
 void *DLClass::GetSymbol(const char *name)
 {
-    return dlsym(m_handle, name);
+    return dlsym(GetDLHandle(), name);
 }
 
 bool DLClass::GetAllSymbols()
 {
     return true;
-}
-
-DLClass::~DLClass()
-{
-    if (m_handle != nullptr)
-        dlclose(m_handle); // as Unload() does; there are no symbols of a derived class left to clear
 }
 
 bool DLClass::Load(const std::string &name)
@@ -59,24 +30,31 @@ bool DLClass::Load(const char *name)
     Unload();
     if (name == nullptr || *name == '\0')
         return false;
-    m_handle = dlopen(name, RTLD_NOW);
-    return m_handle != nullptr && GetAllSymbols();
+    auto mapping = std::make_shared<Mapping>();
+    mapping->handle = dlopen(name, RTLD_NOW);
+    if (mapping->handle == nullptr)
+        return false;
+    m_mapping = std::move(mapping);
+    return GetAllSymbols();
 }
 
 bool DLClass::Unload()
 {
-    if (m_handle == nullptr)
+    if (!m_mapping)
         return true;
     ClearAllSymbols();
-    if (dlclose(m_handle) != 0)
-        return false;
-    m_handle = nullptr;
+    if (m_mapping.use_count() == 1) {
+        if (dlclose(m_mapping->handle) != 0)
+            return false;
+        m_mapping->handle = nullptr;
+    }
+    m_mapping.reset(); // if the others let go meanwhile, it is this that closes
     return true;
 }
 
 bool DLClass::IsLoaded()
 {
-    return m_handle != nullptr;
+    return m_mapping != nullptr;
 }
 
 std::string DLClass::GetLastErrorStr()

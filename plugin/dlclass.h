@@ -1,11 +1,13 @@
 #ifndef PELCLOUD_PLUGIN_DLCLASS_H
 #define PELCLOUD_PLUGIN_DLCLASS_H
 
+#include <atomic>
+#include <memory>
 #include <string>
 
 /**
- * Owner of one dynamically loaded library. Copies take a reference of their own, so that code
- * stays mapped until the last of them lets go. Not safe for use by two threads at once.
+ * Owner of one dynamically loaded library. Copies share it, so that code stays mapped until
+ * the last of them lets go. Not safe for use by two threads at once; copies are.
  *
  * The order of the virtual operations is part of the contract with derived classes.
  */
@@ -13,15 +15,15 @@ class DLClass
 {
 public:
     DLClass() = default;
-    DLClass(const DLClass &other);
-    DLClass &operator=(const DLClass &other);
+    DLClass(const DLClass &other) = default;
+    DLClass &operator=(const DLClass &other) = default;
 
     /** The address of a symbol of the loaded library, or null. */
     virtual void *GetSymbol(const char *name);
     /** Called by Load() once the library is there; its result is Load()'s. Resolves nothing here. */
     virtual bool GetAllSymbols();
     /** Unloads. Calls no override of a derived class, which is gone by then. */
-    virtual ~DLClass();
+    virtual ~DLClass() = default;
     /** Loads a library, after unloading another; false when there is no name or no such library. */
     virtual bool Load(const std::string &name);
     virtual bool Load(const char *name);
@@ -33,14 +35,24 @@ public:
     /** Called by Unload() while the library is still there. */
     virtual void ClearAllSymbols();
 
-    [[nodiscard]] void *GetDLHandle() const { return m_handle; }
-
-protected:
-    /** Lets go of what is held and takes a reference to what another object holds. */
-    void share(const DLClass &other);
+    [[nodiscard]] void *GetDLHandle() const
+    {
+        return m_mapping ? m_mapping->handle.load() : nullptr;
+    }
 
 private:
-    void *m_handle = nullptr;
+    /** What dlopen() gave; closed by the last that lets go of it. */
+    struct Mapping
+    {
+        Mapping() = default;
+        Mapping(const Mapping &) = delete;
+        Mapping &operator=(const Mapping &) = delete;
+        ~Mapping();
+
+        std::atomic<void *> handle = nullptr; // of several threads, as each may hold a copy
+    };
+
+    std::shared_ptr<Mapping> m_mapping;
 };
 
 #endif

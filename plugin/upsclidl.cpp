@@ -1,22 +1,11 @@
 #include "plugin/upsclidl.h"
 
-UpsCliDL::UpsCliDL(const UpsCliDL &other)
-    : DLClass(other)
-{
-    if (IsLoaded())
-        UpsCliDL::GetAllSymbols();
-}
-
-UpsCliDL &UpsCliDL::operator=(const UpsCliDL &other)
-{
-    return *this = static_cast<const DLClass &>(other);
-}
-
 UpsCliDL &UpsCliDL::operator=(const DLClass &other)
 {
     if (this == &other)
         return *this;
-    share(other);
+    Unload();
+    DLClass::operator=(other);
     if (IsLoaded())
         GetAllSymbols();
     return *this;

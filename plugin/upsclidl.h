@@ -57,9 +57,9 @@ class UpsCliDL : public DLClass
 {
 public:
     UpsCliDL() = default;
-    UpsCliDL(const UpsCliDL &other);
-    UpsCliDL &operator=(const UpsCliDL &other);
-    /** Takes a reference of its own to the library that `other` holds, with its entries. */
+    UpsCliDL(const UpsCliDL &other) = default;
+    UpsCliDL &operator=(const UpsCliDL &other) = default;
+    /** Shares the library that `other` holds, with its entries. */
     UpsCliDL &operator=(const DLClass &other);
 
     bool GetAllSymbols() override;
