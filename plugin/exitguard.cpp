@@ -14,7 +14,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using namespace std::chrono_literals;
 
-constexpr auto PATIENCE_WITH_STOP = 900ms; // a stop has one second in all
+constexpr auto PATIENCE_WITH_STOP = PELCLOUD_SLOWNESS * 900ms; // a stop has one second in all
 constexpr auto PATIENCE_WITH_HOST = 10s;
 constexpr auto GLANCE = 20ms;
 constexpr Clock::rep NEVER = std::numeric_limits<Clock::rep>::max();

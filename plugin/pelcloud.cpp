@@ -43,9 +43,11 @@ constexpr int CONFIG_FAILED = 2;
 constexpr int REQUEST_FAILED = 3;
 
 // Together they keep a stop within one second, whatever the library and the network do.
-constexpr auto PATIENCE_WITH_CALL = 200ms;
-constexpr auto PATIENCE_WITH_CLISTOP = 300ms;
-constexpr auto PATIENCE_WITH_REQUEST = 350ms;
+constexpr auto PATIENCE_WITH_CALL = PELCLOUD_SLOWNESS * 200ms;
+constexpr auto PATIENCE_WITH_CLISTOP = PELCLOUD_SLOWNESS * 300ms;
+constexpr auto PATIENCE_WITH_REQUEST = PELCLOUD_SLOWNESS * 350ms;
+constexpr auto PATIENCE_OF_STOP =
+        PATIENCE_WITH_CALL + PATIENCE_WITH_CLISTOP + PATIENCE_WITH_REQUEST;
 /** A run that will not end is cancelled when its client is destroyed. */
 constexpr auto PATIENCE_OF_DESTRUCTOR = 10000ms;
 constexpr auto PATIENCE_WITH_CANCELLED = 1000ms;
@@ -137,6 +139,7 @@ int PelCloudClient::loadAndStart()
 
 int PelCloudClient::stop()
 {
+    m_stopBegun = Clock::now();
     Stop();
     m_monitor.closeLibrary(PATIENCE_WITH_CALL);
 
@@ -189,7 +192,9 @@ void PelCloudClient::prepareForExit()
 {
     m_auth.cancel();
     m_http.cancel();
-    m_monitor.rest(PATIENCE_WITH_REQUEST);
+    // What the library left of its time goes to a request that a busy machine is slow to give up.
+    const auto spent = duration_cast<std::chrono::milliseconds>(Clock::now() - m_stopBegun);
+    m_monitor.rest(std::max(PATIENCE_WITH_REQUEST, PATIENCE_OF_STOP - spent));
 }
 
 void PelCloudClient::setInterval(int ms)

@@ -7,6 +7,7 @@
 #include "plugin/upsclidl.h"
 #include "support/thclass.h"
 
+#include <chrono>
 #include <mutex>
 
 #include <QJsonObject>
@@ -100,6 +101,8 @@ private:
         void *handle = nullptr;
     };
 
+    using Clock = std::chrono::steady_clock;
+
     int loadAndStart();
     static void stopLibrary(const Library &library);
     Library library();
@@ -123,6 +126,7 @@ private:
 
     std::mutex m_libraryLock; // guards m_upscli and m_cliHandle between the two threads
     RunMonitor m_monitor;
+    Clock::time_point m_stopBegun;
 };
 
 #endif
