@@ -186,7 +186,7 @@ void collect(const QJsonObject &object, const std::string &prefix,
 }
 
 constexpr const char *STEADY =
-        "units = 3\n[unit *]\nnoise = 0\n"
+        "units = 3\ntime-scale = 0.001\n[unit *]\nnoise = 0\n"
         "[unit 1]\nname = Attic\x1b[2J\nsamples = 0\ntimeline = outage 9999\n"
         "[unit 2]\nstate-fails = yes\n";
 
