@@ -28,11 +28,6 @@ double now()
     return std::chrono::duration<double>(time).count();
 }
 
-QString text(std::string_view utf8)
-{
-    return QString::fromUtf8(utf8.data(), static_cast<qsizetype>(utf8.size()));
-}
-
 Answer json(int status, const QJsonObject &object)
 {
     Answer answer;
@@ -45,9 +40,10 @@ Answer json(int status, const QJsonObject &object)
 Answer apiError(int status, const char *message)
 {
     Answer answer =
-            json(status, { { QStringLiteral("error"),
-                             QJsonObject{ { QStringLiteral("code"), status },
-                                          { QStringLiteral("message"), text(message) } } } });
+            json(status,
+                 { { QStringLiteral("error"),
+                     QJsonObject{ { QStringLiteral("code"), status },
+                                  { QStringLiteral("message"), QString::fromUtf8(message) } } } });
     if (status == 401)
         answer.headers.emplace_back("WWW-Authenticate", "Bearer");
     return answer;
@@ -55,7 +51,7 @@ Answer apiError(int status, const char *message)
 
 Answer oauthError(int status, std::string_view word)
 {
-    return json(status, { { QStringLiteral("error"), text(word) } });
+    return json(status, { { QStringLiteral("error"), QString::fromUtf8(word) } });
 }
 
 /** A page or one of its files; nothing on it may come from elsewhere. */
@@ -151,16 +147,16 @@ Answer withFault(const std::optional<Fault> &fault, FaultTarget target, MakeAnsw
 
 std::string escaped(const std::string &value)
 {
-    return text(value).toHtmlEscaped().toStdString();
+    return QString::fromUtf8(value).toHtmlEscaped().toStdString();
 }
 
 /** The approval page with a message, and with the code that was typed or came with the link. */
 Answer approvalPage(const char *message, const std::string &kind, const std::string &userCode)
 {
-    QString page = text(APPROVE_HTML);
+    QString page = QString::fromUtf8(APPROVE_HTML);
     page.replace(QLatin1String("{{message}}"), QLatin1String(message));
-    page.replace(QLatin1String("{{kind}}"), text(kind));
-    page.replace(QLatin1String("{{user_code}}"), text(escaped(userCode)));
+    page.replace(QLatin1String("{{kind}}"), QString::fromUtf8(kind));
+    page.replace(QLatin1String("{{user_code}}"), QString::fromUtf8(escaped(userCode)));
     return file(HTML, page.toStdString());
 }
 
@@ -374,9 +370,9 @@ Answer Cloud::faults()
     const std::lock_guard lock(m_mutex);
     QJsonArray rules;
     for (std::size_t i = 0; i < m_faults.rules().size(); ++i)
-        rules.append(
-                QJsonObject{ { QStringLiteral("rule"), text(m_faults.rules()[i].text) },
-                             { QStringLiteral("seen"), static_cast<qint64>(m_faults.seen(i)) } });
+        rules.append(QJsonObject{
+                { QStringLiteral("rule"), QString::fromUtf8(m_faults.rules()[i].text) },
+                { QStringLiteral("seen"), static_cast<qint64>(m_faults.seen(i)) } });
     return json(200, { { QStringLiteral("faults"), rules } });
 }
 

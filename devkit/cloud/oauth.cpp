@@ -16,7 +16,7 @@ namespace {
 
 constexpr std::string_view DEVICE_GRANT = "http://oauth.net/grant_type/device/1.0";
 constexpr std::string_view REFRESH_GRANT = "refresh_token";
-constexpr std::size_t MAX_ENTRIES = 10000;
+constexpr std::size_t MAX_REMEMBERED = 10000;
 constexpr std::size_t TOKEN_LENGTH = 40;
 constexpr std::size_t USER_CODE_LENGTH = 8;
 // No vowels and no digits: no words come about, and nothing is mistaken for something else.
@@ -49,11 +49,6 @@ std::string plainUserCode(std::string_view typed)
     return plain;
 }
 
-QString text(std::string_view ascii)
-{
-    return QString::fromUtf8(ascii.data(), static_cast<qsizetype>(ascii.size()));
-}
-
 std::string member(const QJsonObject &row, const char *name)
 {
     return row[QLatin1String(name)].toString().toStdString();
@@ -67,14 +62,14 @@ std::string field(const OAuthServer::Form &form, const char *name)
 
 OAuthReply refusal(int status, std::string_view word)
 {
-    return { status, { { QStringLiteral("error"), text(word) } } };
+    return { status, { { QStringLiteral("error"), QString::fromUtf8(word) } } };
 }
 
 /** Makes room for one more entry. */
 template <class Entry>
 void dropOldest(std::map<std::string, Entry> &entries)
 {
-    if (entries.size() < MAX_ENTRIES)
+    if (entries.size() < MAX_REMEMBERED)
         return;
     entries.erase(std::min_element(entries.begin(), entries.end(), [](auto &left, auto &right) {
         return left.second.expiry < right.second.expiry;
@@ -165,7 +160,7 @@ OAuthReply OAuthServer::deviceGrant(const std::string &clientId, const std::stri
     const std::string refreshToken = newToken();
     m_refreshTokens[refreshToken] = { clientId, m_clock() };
     QJsonObject tokens = issueAccessToken();
-    tokens[QStringLiteral("refresh_token")] = text(refreshToken);
+    tokens[QStringLiteral("refresh_token")] = QString::fromUtf8(refreshToken);
     return { 200, tokens };
 }
 
@@ -211,11 +206,11 @@ OAuthReply OAuthServer::authorizeDevice(const Form &form)
 
     constexpr std::size_t HALF = USER_CODE_LENGTH / 2;
     const std::string shown = device.userCode.substr(0, HALF) + '-' + device.userCode.substr(HALF);
-    const QString url = text(m_settings.verificationUrl);
-    const QString completeUrl = url + QStringLiteral("?user_code=") + text(shown);
+    const QString url = QString::fromUtf8(m_settings.verificationUrl);
+    const QString completeUrl = url + QStringLiteral("?user_code=") + QString::fromUtf8(shown);
     return { 200,
-             { { QStringLiteral("device_code"), text(code) },
-               { QStringLiteral("user_code"), text(shown) },
+             { { QStringLiteral("device_code"), QString::fromUtf8(code) },
+               { QStringLiteral("user_code"), QString::fromUtf8(shown) },
                { QStringLiteral("verification_url"), url },
                { QStringLiteral("verification_uri"), url },
                { QStringLiteral("verification_uri_complete"), completeUrl },
@@ -262,7 +257,7 @@ QJsonObject OAuthServer::issueAccessToken()
     dropOldest(m_accessTokens);
     const std::string token = newToken();
     m_accessTokens[token] = { m_clock() + m_settings.tokenLife };
-    return { { QStringLiteral("access_token"), text(token) },
+    return { { QStringLiteral("access_token"), QString::fromUtf8(token) },
              { QStringLiteral("expires_in"), static_cast<qint64>(m_settings.tokenLife.count()) },
              { QStringLiteral("token_type"), QStringLiteral("Bearer") } };
 }

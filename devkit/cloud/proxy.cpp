@@ -11,7 +11,7 @@ namespace localcloud {
 
 namespace {
 
-constexpr std::chrono::hours IDLE_LIMIT{ 1 };
+constexpr std::chrono::hours TUNNEL_LIMIT{ 1 };
 constexpr std::chrono::seconds HEAD_LIMIT{ 30 };
 constexpr std::size_t MAX_HEAD = 16384;
 constexpr std::size_t MAX_TUNNELS = 256;
@@ -79,7 +79,7 @@ void relay(int client, int server, const StopSignal &stop)
     std::array<pollfd, 3> polled{
         { { client, POLLIN, 0 }, { server, POLLIN, 0 }, { stop.descriptor(), POLLIN, 0 } }
     };
-    constexpr auto LIMIT = std::chrono::milliseconds(IDLE_LIMIT).count();
+    constexpr auto LIMIT = std::chrono::milliseconds(TUNNEL_LIMIT).count();
     while (polled[0].fd >= 0 || polled[1].fd >= 0) {
         const int ready = poll(polled.data(), polled.size(), static_cast<int>(LIMIT));
         if (ready < 0 && errno == EINTR)
@@ -121,7 +121,7 @@ std::uint16_t ConnectProxy::port() const
 
 void ConnectProxy::acceptAll()
 {
-    while (waitFor(m_listener.get(), POLLIN, m_stop, IDLE_LIMIT) != Readiness::Stopped) {
+    while (waitFor(m_listener.get(), POLLIN, m_stop, TUNNEL_LIMIT) != Readiness::Stopped) {
         m_tunnels.remove_if([](const Tunnel &tunnel) { return tunnel.isOver.load(); });
         FileDescriptor client(accept4(m_listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
         if (!client.isValid() || m_tunnels.size() >= MAX_TUNNELS)

@@ -10,11 +10,6 @@ namespace localcloud {
 
 namespace {
 
-QString text(std::string_view utf8)
-{
-    return QString::fromUtf8(utf8.data(), static_cast<qsizetype>(utf8.size()));
-}
-
 qint64 number(std::uint64_t value)
 {
     return static_cast<qint64>(value);
@@ -94,7 +89,7 @@ QJsonArray Reports::computers(std::uint64_t since, double now) const
         for (const auto &[device, source] : computer.units)
             units.append(unitJson(device, source, since, now));
         QJsonObject json = sourceJson(computer.own, since, now);
-        json[QStringLiteral("id")] = text(id);
+        json[QStringLiteral("id")] = QString::fromUtf8(id);
         json[QStringLiteral("units")] = units;
         list.append(json);
     }
@@ -110,8 +105,9 @@ QJsonArray Reports::reportsAfter(std::uint64_t since) const
             if (report.number > since)
                 found[report.number] = { { QStringLiteral("number"), number(report.number) },
                                          { QStringLiteral("time"), report.time },
-                                         { QStringLiteral("computer"), text(computer) },
-                                         { QStringLiteral("device"), text(device) },
+                                         { QStringLiteral("computer"),
+                                           QString::fromUtf8(computer) },
+                                         { QStringLiteral("device"), QString::fromUtf8(device) },
                                          { QStringLiteral("body"), report.object } };
         }
     };
@@ -188,13 +184,13 @@ QJsonObject Reports::unitJson(const std::string &device, const Source &source, s
     const UnitState state = unitStateOf(report);
     QJsonArray notes;
     for (const std::string_view note : state.notes)
-        notes.append(text(note));
+        notes.append(QString::fromUtf8(note));
     const double load = loadOf(report);
-    json[QStringLiteral("device")] = text(device);
+    json[QStringLiteral("device")] = QString::fromUtf8(device);
     json[QStringLiteral("name")] = report[QStringLiteral("vars")][QStringLiteral("name")];
-    json[QStringLiteral("state")] = text(state.key);
-    json[QStringLiteral("words")] = text(state.words);
-    json[QStringLiteral("level")] = text(levelName(state.level));
+    json[QStringLiteral("state")] = QString::fromUtf8(state.key);
+    json[QStringLiteral("words")] = QString::fromUtf8(state.words);
+    json[QStringLiteral("level")] = QString::fromUtf8(levelName(state.level));
     json[QStringLiteral("notes")] = notes;
     json[QStringLiteral("load")] = load >= 0 ? QJsonValue(load) : QJsonValue::Null;
     return json;

@@ -8,13 +8,8 @@ namespace localcloud {
 
 namespace {
 
-constexpr std::size_t MAX_ENTRIES = 2000;
+constexpr std::size_t MAX_REQUESTS = 2000;
 constexpr std::size_t MAX_BYTES = std::size_t{ 32 } << 20U;
-
-QString text(std::string_view utf8)
-{
-    return QString::fromUtf8(utf8.data(), static_cast<qsizetype>(utf8.size()));
-}
 
 bool isCredential(const std::string &header)
 {
@@ -31,7 +26,7 @@ void RequestLog::add(const Request &request, int status, double now)
 {
     m_entries.push_back({ ++m_sequence, now, request, status });
     m_bytes += request.body.size();
-    while (m_entries.size() > MAX_ENTRIES || m_bytes > MAX_BYTES) {
+    while (m_entries.size() > MAX_REQUESTS || m_bytes > MAX_BYTES) {
         m_bytes -= m_entries.front().request.body.size();
         m_entries.pop_front();
     }
@@ -51,16 +46,16 @@ QJsonArray RequestLog::requestsAfter(std::uint64_t since) const
         QJsonArray names;
         QJsonObject values;
         for (const auto &[name, value] : entry.request.headers) {
-            names.append(text(name));
+            names.append(QString::fromUtf8(name));
             if (!isCredential(name))
-                values[text(name)] = text(value);
+                values[QString::fromUtf8(name)] = QString::fromUtf8(value);
         }
         const QByteArray body = QByteArray::fromStdString(entry.request.body);
         list.append(QJsonObject{
                 { QStringLiteral("number"), static_cast<qint64>(entry.number) },
                 { QStringLiteral("time"), entry.time },
-                { QStringLiteral("method"), text(entry.request.method) },
-                { QStringLiteral("path"), text(entry.request.target) },
+                { QStringLiteral("method"), QString::fromUtf8(entry.request.method) },
+                { QStringLiteral("path"), QString::fromUtf8(entry.request.target) },
                 { QStringLiteral("headers"), names },
                 { QStringLiteral("values"), values },
                 { QStringLiteral("body"), QString::fromUtf8(body) },

@@ -32,7 +32,7 @@ bool exists(const std::string &name)
     return std::filesystem::exists(name, error);
 }
 
-QString qt(const std::string &name)
+QString decoded(const std::string &name)
 {
     return QFile::decodeName(name.c_str());
 }
@@ -48,7 +48,7 @@ QByteArray contentOf(const std::string &name)
     }
     if (!S_ISREG(status.st_mode))
         throw Problem("cannot read " + name + ": it is no regular file", "Move it out of the way.");
-    QFile file(qt(name));
+    QFile file(decoded(name));
     if (!file.open(QIODevice::ReadOnly))
         throw Problem("cannot read " + name + ": " + file.errorString().toStdString(),
                       "Run this as the account that the service manager runs as, or as root.");
@@ -221,7 +221,7 @@ void replaceConfiguration(const std::string &name, const QJsonObject &object)
 {
     Successor file(name);
     errno = 0;
-    if (WriteConfigFile(qt(file.name()), object) != ConfigWriting::Done)
+    if (WriteConfigFile(decoded(file.name()), object) != ConfigWriting::Done)
         file.fail(errno != 0 ? errno : ENOSPC);
     file.sync();
     file.succeed();
