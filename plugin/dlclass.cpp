@@ -10,6 +10,15 @@ DLClass::Mapping::~Mapping()
         dlclose(handle);
 }
 
+DLClass &DLClass::operator=(const DLClass &other)
+{
+    if (this != &other) {
+        Unload();
+        m_mapping = other.m_mapping;
+    }
+    return *this;
+}
+
 void *DLClass::GetSymbol(const char *name)
 {
     return dlsym(GetDLHandle(), name);
@@ -30,6 +39,7 @@ bool DLClass::Load(const char *name)
     Unload();
     if (name == nullptr || *name == '\0')
         return false;
+    m_mapping.reset();
     auto mapping = std::make_shared<Mapping>();
     mapping->handle = dlopen(name, RTLD_NOW);
     if (mapping->handle == nullptr)

@@ -16,7 +16,8 @@ class DLClass
 public:
     DLClass() = default;
     DLClass(const DLClass &other) = default;
-    DLClass &operator=(const DLClass &other) = default;
+    /** Unloads what is loaded here, then shares. */
+    DLClass &operator=(const DLClass &other);
 
     /** The address of a symbol of the loaded library, or null. */
     virtual void *GetSymbol(const char *name);
@@ -41,7 +42,7 @@ public:
     }
 
 private:
-    /** What dlopen() gave; closed by the last that lets go of it. */
+    /** What dlopen() gave; closed by the last that lets go of it, in whatever thread that is. */
     struct Mapping
     {
         Mapping() = default;
@@ -49,7 +50,7 @@ private:
         Mapping &operator=(const Mapping &) = delete;
         ~Mapping();
 
-        std::atomic<void *> handle = nullptr; // of several threads, as each may hold a copy
+        std::atomic<void *> handle = nullptr; // reading the count of owners orders nothing
     };
 
     std::shared_ptr<Mapping> m_mapping;
