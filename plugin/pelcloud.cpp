@@ -46,8 +46,7 @@ constexpr int REQUEST_FAILED = 3;
 constexpr auto PATIENCE_WITH_CALL = PELCLOUD_SLOWNESS * 200ms;
 constexpr auto PATIENCE_WITH_CLISTOP = PELCLOUD_SLOWNESS * 300ms;
 constexpr auto PATIENCE_WITH_REQUEST = PELCLOUD_SLOWNESS * 350ms;
-constexpr auto PATIENCE_OF_STOP =
-        PATIENCE_WITH_CALL + PATIENCE_WITH_CLISTOP + PATIENCE_WITH_REQUEST;
+constexpr auto PATIENCE_WITH_BUSY_MACHINE = PELCLOUD_SLOWNESS * 700ms;
 /** A run that will not end is cancelled when its client is destroyed. */
 constexpr auto PATIENCE_OF_DESTRUCTOR = 10000ms;
 constexpr auto PATIENCE_WITH_CANCELLED = 1000ms;
@@ -192,9 +191,10 @@ void PelCloudClient::prepareForExit()
 {
     m_auth.cancel();
     m_http.cancel();
-    // What the library left of its time goes to a request that a busy machine is slow to give up.
+    // What the library left of its time goes to a request that a busy machine is slow to give up, less
+    // a share for the handlers of the host.
     const auto spent = duration_cast<std::chrono::milliseconds>(Clock::now() - m_stopBegun);
-    m_monitor.rest(std::max(PATIENCE_WITH_REQUEST, PATIENCE_OF_STOP - spent));
+    m_monitor.rest(std::max(PATIENCE_WITH_REQUEST, PATIENCE_WITH_BUSY_MACHINE - spent));
 }
 
 void PelCloudClient::setInterval(int ms)
