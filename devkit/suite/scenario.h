@@ -13,8 +13,8 @@
  */
 namespace suite {
 
-constexpr int MAX_UNITS = 999;
-constexpr int MAX_SAMPLES = 256;
+inline constexpr int MAX_UNITS = 999;
+inline constexpr int MAX_SAMPLES = 256;
 
 enum class Phase { Mains, Sag, Outage, Overload, Overheating, BatteryTest };
 

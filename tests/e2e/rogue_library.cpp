@@ -1,4 +1,5 @@
-// A suite's library that does what none should: the variable ROGUE says what.
+// A suite's library that does what none should: the variable ROGUE says what. When it does so, the
+// file that ROGUE_DEED names comes to be.
 
 #include <chrono>
 #include <climits>
@@ -7,6 +8,9 @@
 #include <stdexcept>
 #include <string_view>
 #include <thread>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 #define ENTRY extern "C" __attribute__((visibility("default")))
 
@@ -17,7 +21,12 @@ using namespace std::chrono_literals;
 bool does(std::string_view behaviour)
 {
     const char *const told = std::getenv("ROGUE"); // NOLINT(concurrency-mt-unsafe)
-    return told != nullptr && behaviour == told;
+    if (told == nullptr || behaviour != told)
+        return false;
+    const char *const deed = std::getenv("ROGUE_DEED"); // NOLINT(concurrency-mt-unsafe)
+    if (deed != nullptr)
+        close(open(deed, O_CREAT | O_WRONLY | O_CLOEXEC, 0600));
+    return true;
 }
 
 /** Its code lies in this library: nobody may keep one once the library is gone. */
@@ -63,7 +72,7 @@ ENTRY unsigned long GetServerCount(void *)
     if (does("throws in a run"))
         throw Failure();
     if (does("throws in a run after the stop")) {
-        std::this_thread::sleep_for(260ms); // the stop waits for 200
+        std::this_thread::sleep_for(PELCLOUD_SLOWNESS * 260ms); // the stop waits for 200
         throw Failure();
     }
     return does("has units without end") ? ULONG_MAX : 0;
