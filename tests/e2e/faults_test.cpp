@@ -39,7 +39,9 @@ struct Life
     bool reports()
     {
         const std::string reports = cloud.address("api") + "/api/reports";
-        const int last = ask(reports).json()["number"].toInt();
+        const Reply before = ask(reports);
+        EXPECT_EQ(before.status, 200);
+        const int last = before.json()["number"].toInt();
         const std::string later = reports + "?since=" + std::to_string(last);
         while (!cloud.readLine().empty()) {
             for (const QJsonValue report : ask(later).json()["reports"].toArray()) {

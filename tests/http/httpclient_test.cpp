@@ -100,7 +100,7 @@ TEST(HttpClient, Answers)
     });
     const auto check = [&](const std::string &method, const QJsonValue &row) {
         HttpClient client;
-        const int patience = row["patience"].toInt(2000);
+        const int patience = row["patience"].toInt(30000);
         EXPECT_EQ(std::exchange(HttpClientProbe::timeout(client), patience), 30000);
         const QUrl url = server.url(row["path"].toString(), row["scheme"].toString("http"));
         const QString address = row["url"].toString(url.toString());
@@ -109,6 +109,7 @@ TEST(HttpClient, Answers)
                 + std::string(row["body"].isNull() ? 0 : std::size_t(row["fill"].toInt()), 'x');
         EXPECT_TRUE(send(client, method, QUrl(address), "") == body)
                 << method << ' ' << qPrintable(address);
+        HttpClientProbe::timeout(client) = 30000;
         EXPECT_EQ(send(client, "PUT", server.url("/after")), "data") << qPrintable(address);
     };
     std::vector<std::future<void>> checks;

@@ -27,7 +27,7 @@ constexpr bool COUNTS_HEAP = false; // the sanitizers bring an allocator of thei
 constexpr bool COUNTS_HEAP = true;
 #endif
 
-/** A client that counts its runs. */
+/** A client that counts its runs: those begun and those ended. */
 class Client : public PelCloudClient
 {
 public:
@@ -38,6 +38,11 @@ public:
         ASSERT_TRUE(m_changed.wait_for(lock, 120s, [&] { return m_runs >= enough; }))
                 << "no run for two minutes";
     }
+    void awaitEndOfRun()
+    {
+        std::unique_lock lock(m_mutex);
+        ASSERT_TRUE(m_changed.wait_for(lock, 120s, [&] { return m_runs == m_begun; }));
+    }
     unsigned runs()
     {
         const std::lock_guard lock(m_mutex);
@@ -47,6 +52,10 @@ public:
 private:
     void OnTimer() override
     {
+        {
+            const std::lock_guard lock(m_mutex);
+            ++m_begun;
+        }
         PelCloudClient::OnTimer();
         const std::lock_guard lock(m_mutex);
         ++m_runs;
@@ -55,6 +64,7 @@ private:
 
     std::mutex m_mutex;
     std::condition_variable m_changed;
+    unsigned m_begun = 0;
     unsigned m_runs = 0;
 };
 
@@ -109,15 +119,18 @@ protected:
             config(m_good);
         }
     }
-    /** All is well for a while; then the client stands still and is measured. */
+    /** All is well for a while; then the client stands still, with its one thread, and is measured. */
     Usage measured(Client &client)
     {
         faults("");
         config(m_good);
         client.awaitRuns(RUNS_BETWEEN_CHANGES);
         client.stop();
-        std::this_thread::sleep_for(50ms); // the end of the last run
+        client.awaitEndOfRun();
         removeOldLogs();
+        const auto deadline = std::chrono::steady_clock::now() + 30s;
+        while (Usage().threads != m_threads + 1 && std::chrono::steady_clock::now() < deadline)
+            std::this_thread::yield(); // whatever stopped the library is ending
         const Usage usage;
         EXPECT_EQ(client.start(), 0);
         return usage;
@@ -137,6 +150,7 @@ protected:
     LocalCloud m_cloud{ SEED_OF_ONE_CLIENT, { "--quiet" } };
     const std::string m_good =
             QJsonDocument(configOfOneClient(m_cloud.address("api"))).toJson().toStdString();
+    const std::ptrdiff_t m_threads = Usage().threads;
     std::mt19937 m_chance{ 1 };
 };
 
