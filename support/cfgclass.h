@@ -83,8 +83,13 @@ protected:
     using Keys = std::map<std::string, KeyRec>;
     using KeyPos = Keys::iterator;
 
-    struct SectRec
+    struct SectRec // stays where it is: it points into its own keys
     {
+        SectRec() = default;
+        SectRec(const SectRec &) = delete;
+        SectRec &operator=(const SectRec &) = delete;
+        ~SectRec() = default;
+
         Keys keys;
         std::vector<LinePos> headers;
         std::list<LinePos> keyLines; // in file order: a new key goes behind the last
