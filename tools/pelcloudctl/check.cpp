@@ -17,6 +17,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
+#include <optional>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -60,6 +61,23 @@ std::string pathOf(const GoogleToken &token)
     const QString uri =
             Constants::COMPUTER_URI_PATTERN.arg(token.getHomeURI(), token.getComputerId());
     return HttpRequest(QUrl(uri)).url().toStdString();
+}
+
+struct Variable
+{
+    const char *name;
+    const char *value;
+};
+
+/** Of these variables of the environment, the first that is not empty. */
+std::optional<Variable> firstSet(std::initializer_list<const char *> names)
+{
+    for (const char *const name : names) {
+        const char *const value = std::getenv(name); // NOLINT(concurrency-mt-unsafe)
+        if (value != nullptr && *value != '\0')
+            return Variable{ name, value };
+    }
+    return std::nullopt;
 }
 
 /** Looks at one thing after the other and changes nothing. */
@@ -200,16 +218,17 @@ private:
 
     void examineProxy()
     {
-        const auto examine = [this](const char *scheme, std::initializer_list<const char *> names) {
-            for (const char *const name : names) {
-                const char *const value = std::getenv(name); // NOLINT(concurrency-mt-unsafe)
-                if (value == nullptr || *value == '\0')
-                    continue;
-                add(Verdict::Ok, "proxy",
-                    std::string(scheme) + " goes through " + withoutPassword(value) + " (" + name
-                            + ", of this shell; the plug-in has its host's)");
+        const std::optional<Variable> exceptions = firstSet({ "no_proxy", "NO_PROXY" });
+        const auto examine = [&](const char *scheme, std::initializer_list<const char *> names) {
+            const std::optional<Variable> proxy = firstSet(names);
+            if (!proxy)
                 return;
-            }
+            std::string text = std::string(scheme) + " goes through "
+                               + withoutPassword(proxy->value) + " (" + proxy->name
+                               + ", of this shell; the plug-in has its host's)";
+            if (exceptions)
+                text.append(", except to ").append(exceptions->value);
+            add(Verdict::Ok, "proxy", text);
         };
         examine("https", { "https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY" });
         examine("http", { "http_proxy", "all_proxy", "ALL_PROXY" });
