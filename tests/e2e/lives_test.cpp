@@ -117,7 +117,7 @@ void sendsTheseBytes()
     EXPECT_EQ(life.requestLines(), run + ", " + run);
     const QJsonArray requests = life.requests();
     EXPECT_EQ(requests[0]["path"], "www.googleapis.com:443");
-    // Ours in the order of their names; "Expect" is the HTTP library's.
+    // Ours in the order of their names. "Expect" is libcurl's, which no longer sends it with a small PUT.
     const std::string headers = "Host User-Agent Accept Authorization Content-Type Content-Length ";
     const char *const bodies[] = { "wire_token.txt", "wire_computer.json", "wire_unit0.json",
                                    "wire_computer.json", "wire_unit1.json" };
@@ -133,8 +133,8 @@ void sendsTheseBytes()
         if (name != bodies[0]) {
             std::string names;
             for (const QJsonValue header : request["headers"].toArray())
-                names += header.toString().toStdString() + ' ';
-            EXPECT_EQ(names, headers + (request["method"] == "PUT" ? "Expect " : "")) << name;
+                names += header == "Expect" ? "" : header.toString().toStdString() + ' ';
+            EXPECT_EQ(names, headers) << name;
         }
     }
     EXPECT_EQ(compared, 10);
