@@ -30,8 +30,12 @@ function(pelcloud_add_test name)
   pelcloud_configure_target(${name})
   target_link_libraries(${name} PRIVATE pelcloud_core GTest::gtest_main ${arg_LIBRARIES})
   target_compile_definitions(${name} PRIVATE PELCLOUD_GOLDEN_DIR="${PROJECT_SOURCE_DIR}/tests/golden")
+  set(prefix)
+  if(arg_PREFIX)
+    set(prefix TEST_PREFIX ${arg_PREFIX})
+  endif()
   # AddressSanitizer's marks on the stack of a killed thread outlive its variables, unless those lie elsewhere.
-  gtest_discover_tests(${name} TEST_PREFIX "${arg_PREFIX}" DISCOVERY_TIMEOUT 60 PROPERTIES
+  gtest_discover_tests(${name} ${prefix} DISCOVERY_TIMEOUT 60 PROPERTIES
     TIMEOUT 300
     FAIL_REGULAR_EXPRESSION "s3cr3t"
     ENVIRONMENT ASAN_OPTIONS=detect_stack_use_after_return=1
