@@ -682,7 +682,10 @@ TEST(Status, IsDrawnAnewWhenItIsWatched)
     EXPECT_TRUE(session.expect("\033[33mOn battery"));
     session.type("\x03");
     EXPECT_EQ(session.wait(), 0);
-    EXPECT_TRUE(session.shown().ends_with("\033[?25h\033[?1049l")); // the terminal as it was
+    std::string shown = session.shown();
+    if (shown.ends_with("^C")) // the terminal's echo, which races with the signal
+        shown.resize(shown.size() - 2);
+    EXPECT_TRUE(shown.ends_with("\033[?25h\033[?1049l")); // the terminal as it was
     TerminalSession plain(
             { "NO_COLOR=1", PELCLOUDCTL_FILE, "status", "-C", installation.file("") });
     EXPECT_EQ(plain.wait(), 0);

@@ -8,6 +8,7 @@
 #include "tools/pelcloudctl/suite.h"
 #include "tools/pelcloudctl/terminal.h"
 
+#include <atomic>
 #include <chrono>
 #include <cmath>
 #include <csignal>
@@ -206,7 +207,7 @@ public:
     Screen()
     {
         struct sigaction action = {};
-        action.sa_handler = leaveAndEnd;
+        action.sa_handler = onSignal;
         for (const int number : { SIGINT, SIGTERM, SIGHUP, SIGQUIT })
             sigaction(number, &action, nullptr);
         signal(SIGTSTP, SIG_IGN); // a stopped program would leave the screen as it is
@@ -220,10 +221,22 @@ public:
     {
         for (std::size_t at = 0; (at = text.find('\n', at)) != std::string::npos; at += 4)
             text.replace(at, 1, "\033[K\n"); // the rest of the line is from before
-        Terminal::print("\033[H" + text + "\n\033[KCtrl-C ends.\033[J");
+        s_isDrawing = true;
+        if (s_signal == 0)
+            Terminal::print("\033[H" + text + "\n\033[KCtrl-C ends.\033[J");
+        s_isDrawing = false;
+        if (const int number = s_signal; number != 0)
+            leaveAndEnd(number);
     }
 
 private:
+    /** In any thread, for the suite's library may have some: nothing may be drawn after the end. */
+    static void onSignal(int number)
+    {
+        s_signal = number;
+        if (!s_isDrawing) // the library may keep the thread that draws for long
+            leaveAndEnd(number);
+    }
     static void leave()
     {
         static_cast<void>(write(STDOUT_FILENO, LEAVE_SCREEN, sizeof LEAVE_SCREEN - 1) < 0);
@@ -236,6 +249,9 @@ private:
         signal(number, SIG_DFL);
         raise(number);
     }
+
+    static inline std::atomic<int> s_signal = 0; // that came
+    static inline std::atomic<bool> s_isDrawing = false;
 };
 
 int watch(Suite &suite, const Installation &installation, const Commands::Status &options)
