@@ -2,9 +2,6 @@
 
 UpsCliDL &UpsCliDL::operator=(const DLClass &other)
 {
-    if (this == &other)
-        return *this;
-    Unload();
     DLClass::operator=(other);
     if (IsLoaded())
         GetAllSymbols();
