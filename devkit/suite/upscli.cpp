@@ -111,7 +111,7 @@ union NeverDestroyed {
     {}
     NeverDestroyed(const NeverDestroyed &) = delete;
     NeverDestroyed &operator=(const NeverDestroyed &) = delete;
-    ~NeverDestroyed() {} // NOLINT(modernize-use-equals-default): leaves the member alone
+    ~NeverDestroyed() {} // leaves the member alone
     Sessions sessions;
 };
 

@@ -32,10 +32,7 @@ public:
     {
         std::memcpy(m_bytes.get() + 1, bytes, size);
     }
-    operator const Record *() const // NOLINT(google-explicit-constructor)
-    {
-        return reinterpret_cast<const Record *>(m_bytes.get() + 1);
-    }
+    operator const Record *() const { return reinterpret_cast<const Record *>(m_bytes.get() + 1); }
 
 private:
     std::unique_ptr<char[]> m_bytes;

@@ -12,13 +12,11 @@
 #include <climits>
 
 // What the C library calls its own.
-// NOLINTBEGIN(bugprone-reserved-identifier)
 extern "C" {
 void *__libc_malloc(std::size_t size);
 void *__libc_calloc(std::size_t count, std::size_t size);
 void *__libc_realloc(void *block, std::size_t size);
 }
-// NOLINTEND(bugprone-reserved-identifier)
 
 namespace {
 
@@ -46,8 +44,6 @@ bool fails()
 } // namespace
 
 // These take the place of the C library's, for whoever allocates: ours, Qt, libcurl.
-// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name)
-
 extern "C" void *malloc(std::size_t size)
 {
     return fails() ? nullptr : __libc_malloc(size);
@@ -62,8 +58,6 @@ extern "C" void *realloc(void *block, std::size_t size)
 {
     return fails() ? nullptr : __libc_realloc(block, size);
 }
-
-// NOLINTEND(readability-inconsistent-declaration-parameter-name)
 
 namespace {
 

@@ -119,7 +119,6 @@ TEST_F(ClientTest, ABadConfigurationKeepsWhatIsHeld)
     const Lines opening{ "Error opening config file 'HOME/pelcloud.json'." };
     const Lines reading{ "Error reading config file 'HOME/pelcloud.json'." };
     const std::string path = home + "pelcloud.json";
-    // NOLINTNEXTLINE(bugprone-string-constructor): it is meant to be that long
     const std::string huge(100'000'000, 'x');
     const struct
     {

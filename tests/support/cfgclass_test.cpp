@@ -281,7 +281,6 @@ TEST(Ini, LargeFilesTakeNoQuadraticTime)
 {
     constexpr unsigned long KEYS = 200'000;
     const TempDir dir;
-    // NOLINTNEXTLINE(bugprone-string-constructor): it is meant to be that long
     const std::string bad(10'000'000, '='), kept = "[s]\n" + bad;
     std::string text = kept + "\nlong=" + bad;
     for (unsigned long i = 0; i < KEYS; ++i)

@@ -18,14 +18,14 @@ static std::atomic<unsigned> sleeps{ 0 };
 static thread_local useconds_t lastSleep = 0;
 static thread_local int lastPriority = -1; // the real-time ones from 100
 
-extern "C" int gettimeofday(timeval *time, void *) noexcept // NOLINT(*-parameter-name)
+extern "C" int gettimeofday(timeval *time, void *) noexcept
 {
     const long us = clockUs;
     *time = { us / 1000000, us % 1000000 };
     return 0;
 }
 
-extern "C" int usleep(useconds_t us) // NOLINT(*-parameter-name)
+extern "C" int usleep(useconds_t us)
 {
     syscall(SYS_poll, nullptr, 0, 1); // rather than a function, for the reason given with FOR_EVER
     pthread_testcancel();
