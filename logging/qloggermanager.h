@@ -1,8 +1,8 @@
 #ifndef PELCLOUD_LOGGING_QLOGGERMANAGER_H
 #define PELCLOUD_LOGGING_QLOGGERMANAGER_H
 
-#include "logging/cancellationhold.h"
 #include "logging/loglevel.h"
+#include "support/cancellation.h"
 
 #include <QMap>
 #include <QObject>

@@ -1,7 +1,7 @@
 #include "logging/qloggerwriter.h"
 
-#include "logging/cancellationhold.h"
 #include "logging/qloggermanager.h"
+#include "support/cancellation.h"
 #include "support/utils.h"
 
 #include <QDateTime>

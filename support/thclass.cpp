@@ -1,8 +1,9 @@
 #include "support/thclass.h"
 
+#include "support/cancellation.h"
+
 #include <array>
 #include <bit>
-#include <exception>
 #include <sched.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -69,31 +70,10 @@ template <class Step>
     try {
         step();
     } catch (...) {
-        // The end of the whole thread comes without an exception, so that a handler for it would
-        // bind its reference to nothing.
-        if (std::current_exception() == nullptr)
-            throw; // a cancellation or pthread_exit()
+        RethrowForcedUnwind();
         pthread_setcanceltype(PTHREAD_CANCEL_DEFERRED, nullptr);
     }
 }
-
-/** Disables cancellation of the calling thread while it lives. */
-class CancellationHold
-{
-public:
-    CancellationHold() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &m_previous); }
-    ~CancellationHold() noexcept(false) // a cancellation that came meanwhile may leave from here
-    {
-        pthread_setcancelstate(m_previous, nullptr);
-    }
-    CancellationHold(const CancellationHold &) = delete;
-    CancellationHold &operator=(const CancellationHold &) = delete;
-
-    [[nodiscard]] int previous() const { return m_previous; }
-
-private:
-    int m_previous = PTHREAD_CANCEL_ENABLE;
-};
 
 /**
  * Joins; a caller who is cancelled meanwhile leaves the thread detached, not forgotten. `hold` is
