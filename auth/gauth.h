@@ -127,6 +127,8 @@ public:
 
     /** Ends the request in progress without an answer, and every later one. For any thread. */
     void cancel() noexcept { m_client.cancel(); }
+    /** Ends the effect of cancel(). By the owner, while no request runs. */
+    void resume() noexcept { m_client.resume(); }
 
 private:
     int requestToken(const char *grantName, const QString &grant, const char *grantType);

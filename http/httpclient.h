@@ -58,6 +58,8 @@ public:
 
     /** Ends the request in progress with null, and every later one at once. For any thread. */
     void cancel() noexcept;
+    /** Ends the effect of cancel(). By the owner, while no request runs. */
+    void resume() noexcept { m_cancelled = false; }
 
     /** What is still to be sent; reader()'s user data. */
     struct UploadSource

@@ -1,14 +1,11 @@
 #include "plugin/dlpelcloud.h"
 
-#include "plugin/exitguard.h"
-
 #include <memory>
 
 int SrvStart(void **handle)
 {
     if (handle == nullptr)
         return 0;
-    ExitGuard::prepare();
     try {
         auto service = std::make_unique<PelCloudService>();
         service->start();
@@ -24,10 +21,8 @@ int SrvStop(void **handle)
     if (handle == nullptr || *handle == nullptr)
         return 1;
     auto *const service = static_cast<PelCloudService *>(*handle);
-    ExitGuard::arm();
     service->stop();
     delete service; // which ends the process
     *handle = nullptr;
-    ExitGuard::disarm();
     return 1;
 }

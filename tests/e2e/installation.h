@@ -57,11 +57,13 @@ public:
     /** Starts the host, in a directory below; its requests for tokens go through the proxy. */
     std::unique_ptr<Process> startHost(const std::string &proxy,
                                        std::vector<std::string> variables = {},
-                                       const std::string &directory = "") const
+                                       const std::string &directory = "",
+                                       const std::vector<std::string> &options = {}) const
     {
         variables.push_back("HTTPS_PROXY=" + proxy);
-        return std::make_unique<Process>(std::vector{ file("pelhost"), file("pelcloud.so") },
-                                         file(directory), variables);
+        std::vector command{ file("pelhost"), file("pelcloud.so") };
+        command.insert(command.end(), options.begin(), options.end());
+        return std::make_unique<Process>(command, file(directory), variables);
     }
 
     /** The log, with the times and the directory masked. */
