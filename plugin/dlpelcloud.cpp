@@ -1,7 +1,6 @@
 #include "plugin/dlpelcloud.h"
 
 #include "plugin/constants.h"
-#include "plugin/loglevels.h"
 #include "support/config.h"
 
 #include <QFile>
@@ -47,7 +46,7 @@ void PelCloudService::setUpLog()
 {
     const QJsonValue level = m_client.readConfig().value(QLatin1String("log"));
     if (!level.isNull() && !level.isUndefined())
-        m_logLevel = LogLevelFromText(level.toString());
+        m_logLevel = QLogger::logLevelFromText(level.toString());
     m_logger = QLogger::QLoggerManager::getInstance();
 
     const QStringList modules{ Constants::LOG_MODULE_NAME };

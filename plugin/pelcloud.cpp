@@ -7,7 +7,6 @@
 #include "model/pel6trans.h"
 #include "plugin/configfile.h"
 #include "plugin/constants.h"
-#include "plugin/loglevels.h"
 #include "plugin/recordbuffers.h"
 #include "support/config.h"
 #include "support/jsontext.h"
@@ -379,7 +378,7 @@ void PelCloudClient::adjustLogLevel()
     using QLogger::QLoggerManager;
     if (auto *const writer =
                 QLoggerManager::getInstance()->getLogWriter(Constants::LOG_MODULE_NAME))
-        writer->setLogLevel(LogLevelFromText(m_logLevel));
+        writer->setLogLevel(QLogger::logLevelFromText(m_logLevel));
 }
 
 void PelCloudClient::run(Library &suite)
