@@ -2,22 +2,11 @@
 
 #include "logging/qloggerwriter.h"
 
-#include <array>
 #include <cstddef>
 #include <cstdlib>
 #include <mutex>
 
 namespace QLogger {
-
-namespace {
-
-// In the order of LogLevel.
-constexpr std::array<const char *, 6> LEVEL_TEXTS{
-    "Trace", "Debug", "Info", "Warning", "Error", "Fatal",
-};
-static_assert(LEVEL_TEXTS.size() == static_cast<std::size_t>(LogLevel::Fatal) + 1);
-
-} // namespace
 
 QLoggerManager *QLoggerManager::INSTANCE = nullptr;
 
@@ -45,7 +34,7 @@ bool QLoggerManager::addDestination(const QString &fileDest, const QStringList &
 QString QLoggerManager::levelToText(const LogLevel &level)
 {
     const auto index = static_cast<std::size_t>(level); // a negative value becomes a huge one
-    return index < LEVEL_TEXTS.size() ? QString::fromLatin1(LEVEL_TEXTS[index]) : QString();
+    return index < LOG_LEVEL_NAMES.size() ? QString::fromLatin1(LOG_LEVEL_NAMES[index]) : QString();
 }
 
 void QLoggerManager::closeLogger()

@@ -1,7 +1,6 @@
 #include "plugin/dlpelcloud.h"
 
 #include "plugin/constants.h"
-#include "plugin/loglevels.h"
 #include "plugin/watchdog.h"
 #include "support/config.h"
 
@@ -49,7 +48,7 @@ void PelCloudService::setUpLog()
 {
     const QJsonValue level = m_client.readConfig().value("log"_L1);
     if (!level.isNull() && !level.isUndefined())
-        m_logLevel = LogLevelFromText(level.toString());
+        m_logLevel = QLogger::logLevelFromText(level.toString());
     m_logger = QLogger::QLoggerManager::getInstance();
 
     const QStringList modules{ Constants::LOG_MODULE_NAME };

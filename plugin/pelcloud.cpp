@@ -6,7 +6,6 @@
 #include "model/devicestatus.h"
 #include "plugin/configfile.h"
 #include "plugin/constants.h"
-#include "plugin/loglevels.h"
 #include "plugin/recordbuffers.h"
 #include "plugin/timeouts.h"
 #include "support/cancellation.h"
@@ -317,7 +316,7 @@ void PelCloudClient::adjustLogLevel()
     using QLogger::QLoggerManager;
     if (auto *const writer =
                 QLoggerManager::getInstance()->getLogWriter(Constants::LOG_MODULE_NAME))
-        writer->setLogLevel(LogLevelFromText(m_logLevel));
+        writer->setLogLevel(QLogger::logLevelFromText(m_logLevel));
 }
 
 void PelCloudClient::run()
