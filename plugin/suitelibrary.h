@@ -25,7 +25,7 @@ public:
     SuiteLibrary &operator=(const SuiteLibrary &) = delete;
     ~SuiteLibrary() = default;
 
-    /** False when `path` is no library; entries().GetLastErrorStr() says why. */
+    /** False when `path` is not a library that can be loaded; lastError() says why. */
     [[nodiscard]] bool load(const std::string &path);
     /** Calls CliStart; false when the library gives no handle. */
     [[nodiscard]] bool start();
@@ -44,6 +44,8 @@ public:
     [[nodiscard]] bool readState(unsigned long index, RecordBuffers &buffers);
 
     [[nodiscard]] const UpsCliDL &entries() const { return m_entries; }
+    /** The dynamic linker's text on this thread's last failure. */
+    [[nodiscard]] std::string lastError() { return m_entries.GetLastErrorStr(); }
     /** Whether the library last loaded is in memory; it may stay there after unloading. */
     [[nodiscard]] bool isMapped() const;
 
