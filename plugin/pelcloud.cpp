@@ -241,7 +241,7 @@ int PelCloudClient::readConfigFromFile()
 int PelCloudClient::writeConfig(const QJsonObject &object)
 {
     const QString name = getConfigFilename();
-    switch (WriteConfigFile(name, object)) {
+    switch (writeConfigFile(name, object)) {
     case ConfigWriting::Done:
         return 0;
     case ConfigWriting::NotOpened:
