@@ -174,7 +174,7 @@ int PelCloudClient::readConfigFromFile()
 int PelCloudClient::writeConfig(const QJsonObject &object)
 {
     const QString name = getConfigFilename();
-    switch (WriteConfigFile(name, object)) {
+    switch (writeConfigFile(name, object)) {
     case ConfigWriting::Done:
         return Ok;
     case ConfigWriting::NotOpened:
