@@ -65,13 +65,23 @@ PelCloudClient::PelCloudClient()
 PelCloudClient::~PelCloudClient()
 {
     giveUpRun();
-    bool hasEnded = m_running.try_lock_for(Timeouts::RUN_END);
-    if (!hasEnded) {
-        GetThread()->Kill();
-        hasEnded = m_running.try_lock_for(Timeouts::CANCELLED);
+    if (waitForRun(Timeouts::RUN_END))
+        return;
+    GetThread()->Kill();
+    waitForRun(Timeouts::CANCELLED);
+}
+
+/** False when a run in progress has not ended in time. */
+bool PelCloudClient::waitForRun(std::chrono::milliseconds timeout)
+{
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    while (!m_running.try_lock()) {
+        if (std::chrono::steady_clock::now() >= deadline)
+            return false;
+        Delay(0);
     }
-    if (hasEnded)
-        m_running.unlock();
+    m_running.unlock();
+    return true;
 }
 
 int PelCloudClient::start()

@@ -7,6 +7,7 @@
 #include "support/thclass.h"
 
 #include <atomic>
+#include <chrono>
 #include <mutex>
 
 #include <QJsonObject>
@@ -113,6 +114,7 @@ protected:
 private:
     int loadAndStart();
     void giveUpRun();
+    bool waitForRun(std::chrono::milliseconds timeout);
     void run();
     void reportComputer(unsigned long index, RecordBuffers &buffers, Computer &computer);
     void reportDevice(unsigned long index, RecordBuffers &buffers, DeviceStatus &status);
@@ -128,7 +130,7 @@ private:
     SuiteLibrary m_suite;
     QString m_logLevel;
 
-    std::timed_mutex m_running; // held by a run
+    std::mutex m_running; // held by a run
     std::atomic<bool> m_isStopped = false;
 };
 
