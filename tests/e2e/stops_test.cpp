@@ -59,7 +59,8 @@ const Stage STAGES[] = {
     { "slow CliStop and destructor", "stop-delay-ms = 302\ndestructor-delay-ms = 5\n", 307, VERSION,
       20 },
     { "slow CliStop", "stop-delay-ms = 1500\n", 1500, VERSION, 20 },
-    { "slow exit handler of the host", "", 2000, VERSION, 20, {}, { "--exit-handler-ms", "2000" } },
+    // The handler takes longer than the watchdog waits.
+    { "slow exit handler of the host", "", 6000, VERSION, 20, {}, { "--exit-handler-ms", "6000" } },
     { "stop without threads", "", 0, VERSION, 20, {}, { "--stop-without-threads" } },
     { "hanging call and CliStop", "stop-delay-ms = 60000\n[unit *]\ndelay-ms = 60000\n", HANGS,
       VERSION, 20 },
