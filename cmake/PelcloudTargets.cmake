@@ -32,7 +32,7 @@ function(pelcloud_add_test name)
     set(prefix TEST_PREFIX ${arg_PREFIX})
   endif()
   # AddressSanitizer's marks on the stack of a killed thread outlive its variables, unless those lie elsewhere.
-  gtest_discover_tests(${name} ${prefix} DISCOVERY_TIMEOUT 60 PROPERTIES
+  gtest_discover_tests(${name} ${prefix} DISCOVERY_TIMEOUT 60 NO_PRETTY_VALUES PROPERTIES
     TIMEOUT 300
     FAIL_REGULAR_EXPRESSION "s3cr3t"
     ENVIRONMENT ASAN_OPTIONS=detect_stack_use_after_return=1

@@ -109,28 +109,6 @@ public:
         }
         return true;
     }
-    /** Waits until the configuration has been read `count` times from now on. */
-    [[nodiscard]] bool awaitConfigRead(int count) const
-    {
-        // Of its own, for await() itself reads files.
-        int readings = -1;
-        while ((readings = inotify_init1(IN_CLOEXEC)) < 0) // too many tests at once for the kernel
-            std::ignore = poll(nullptr, 0, 100);
-        inotify_add_watch(readings, m_directory.path.c_str(), IN_CLOSE_NOWRITE);
-        pollfd events{ readings, POLLIN, 0 };
-        while (count > 0 && poll(&events, 1, 120'000) > 0) {
-            alignas(inotify_event) char bytes[4096];
-            const ssize_t size = read(readings, bytes, sizeof bytes);
-            for (ssize_t at = 0; at < size;) {
-                const auto *event = reinterpret_cast<const inotify_event *>(bytes + at);
-                if (std::string_view(event->name) == "pelcloud.json")
-                    --count;
-                at += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
-            }
-        }
-        close(readings);
-        return count <= 0;
-    }
 
 private:
     TempDir m_directory;
