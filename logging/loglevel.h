@@ -12,7 +12,7 @@
 
 namespace QLogger {
 
-/** Severity of a message, or the minimum that a log file takes; ascending. */
+/** Severity of a message, or the minimum severity for a log file; ascending. */
 enum class LogLevel : std::int32_t {
     Trace,
     Debug,
