@@ -23,33 +23,18 @@ QJsonObject object(std::string_view text)
 
 TEST(CloudFaults, HitRequestsOfTheirRule)
 {
-    const struct
-    {
-        const char *rule;
-        const char *hits; // of six requests; null where the rule is refused
-    } rows[] = {
-        { "api:500", "xxxxxx" },
-        { "api:500:every=3", "--x--x" },
-        { "api:401:nth=2", "-x----" },
-        { "api:bad-json:share=0", "------" },
-        { "api:silence:seconds=2:share=1", "xxxxxx" },
-        { "token:reset", "------" },
-        { "api:502", nullptr },
-        { "api:500:every=0", nullptr },
-        { "api:500:share=1.1", nullptr },
-        { "api:500:nth=1:every=2", nullptr },
+    const std::pair<const char *, std::string> rows[] = {
+        { "api:500", "xxxxxx" },           { "api:500:every=3", "--x--x" },
+        { "api:500:nth=2", "-x----" },     { "api:500:share=0", "------" },
+        { "token:500:share=1", "------" }, { "api:slow:seconds=1:share=1", "xxxxxx" },
     };
-    for (const auto &row : rows) {
-        std::string error;
-        const auto rule = parseFaultRule(row.rule, error);
-        ASSERT_EQ(rule.has_value(), row.hits != nullptr) << row.rule;
-        EXPECT_EQ(error.empty(), rule.has_value()) << row.rule;
+    for (const auto &[rule, expected] : rows) {
+        std::string error, hits;
         FaultPlan plan;
-        plan.setRules(rule ? std::vector{ *rule } : std::vector<FaultRule>());
-        std::string hits;
-        for (int i = 0; rule && i < 6; ++i)
+        plan.setRules({ parseFaultRule(rule, error).value() });
+        for (int i = 0; i < 6; ++i)
             hits += plan.next(FaultTarget::Api) ? 'x' : '-';
-        EXPECT_EQ(hits, row.hits ? row.hits : "") << row.rule;
+        EXPECT_EQ(hits, expected) << rule;
     }
 }
 
@@ -72,18 +57,17 @@ TEST(OAuth, RefusesWrongCredentials)
         const char *error; // empty: granted
     } rows[] = {
         { { { "client_secret", "s2" } }, "invalid_client" },
-        { { { "client_id", "" } }, "invalid_client" },
         { { { "client_id", "c2" }, { "client_secret", "s2" } }, "invalid_grant" },
         { { { "code", "d2" } }, "invalid_grant" },
-        { { { "grant_type", "password" } }, "unsupported_grant_type" },
         { { { "grant_type", "refresh_token" }, { "refresh_token", "" } }, "invalid_grant" },
         { { { "grant_type", "refresh_token" }, { "client_id", "c2" }, { "client_secret", "s2" } },
           "invalid_grant" },
         { { { "grant_type", "refresh_token" } }, "" },
         { {}, "" },
-        { {}, "invalid_grant" }, // the code is used
+        { {}, "invalid_grant" }, // the code was used
     };
-    OAuthServer server({});
+    OAuthServer::TimePoint now{};
+    OAuthServer server({}, [&now] { return now; });
     ASSERT_EQ(server.seed(object(SEED)), "");
     for (const auto &row : rows) {
         OAuthServer::Form form = row.changes;
@@ -93,16 +77,8 @@ TEST(OAuth, RefusesWrongCredentials)
         EXPECT_EQ(server.isValid(reply.body["access_token"_L1].toString().toStdString()),
                   reply.status == 200);
     }
-}
-
-TEST(OAuth, LetsAccessTokensExpire)
-{
-    OAuthServer::TimePoint now{};
-    OAuthServer server({}, [&now] { return now; });
-    ASSERT_EQ(server.seed(object(SEED)), "");
     now += 3599s;
     EXPECT_TRUE(server.isValid("a1"));
-    EXPECT_FALSE(server.isValid(""));
     now += 1s;
     EXPECT_FALSE(server.isValid("a1"));
 }
@@ -117,8 +93,6 @@ TEST(UnitState, IsNamedAfterMostSevereFlag)
         { R"({})", "on-mains good" },
         { R"({"status": {"connected": 1, "syncInput": 1}})", "on-mains good" },
         { R"({"status": {"connected": 0, "opBattery": 1}})", "disconnected critical; On battery" },
-        { R"({"status": {"opBattery": 1, "noVInput": 1}})",
-          "on-battery warning; No input voltage" },
         { R"({"status": {"opBattery": 1, "lowBattery": 1}})", "battery-low critical; On battery" },
         { R"({"status": {"lowBattery": 1}})", "on-mains good; Battery low" },
         { R"({"status": {"opBattery": 1, "opCheckup": 1}})", "battery-test notice; On battery" },
@@ -134,11 +108,6 @@ TEST(UnitState, IsNamedAfterMostSevereFlag)
             text += "; " + std::string(note);
         EXPECT_EQ(text, row.state) << row.report;
     }
-    EXPECT_EQ(summaryOf(object(R"({"caps": {"hasCBattery": 1}, "vars": {"cBattery": 86.6},
-                                   "status": {"opBattery": 1}})")),
-              "on battery 87%");
-    EXPECT_EQ(loadOf(object(R"({"vars": {"pOutput": 350, "nominalPOutput": 1400}})")), 25);
-    EXPECT_LT(loadOf(object(R"({"vars": {"pOutput": 350, "nominalPOutput": 0}})")), 0);
 }
 
 TEST(Reports, KeepsWithinLimits)

@@ -7,7 +7,6 @@
 #include "tests/golden.h"
 
 #include <cmath>
-#include <set>
 #include <sstream>
 
 namespace {
@@ -59,40 +58,18 @@ TEST(Simulation, FollowsTimeline)
     }
 }
 
-TEST(Simulation, RepeatsReportsOfASecond)
-{
-    const auto report = [](const std::string &text, std::size_t unit, std::int64_t second) {
-        const auto vars = suite::stateReport(scenarioOf(text), unit, second, true).vars;
-        return std::string(vars.name, sizeof vars.name) + std::to_string(vars.vInput);
-    };
-    for (const std::string text : { "[unit *]\nname=a", "[unit *]\ngarbage=yes" }) {
-        const std::set different{ report(text, 0, 5), report(text, 0, 5), report(text, 0, 6),
-                                  report(text, 1, 5), report("seed=2\n" + text, 0, 5) };
-        EXPECT_EQ(different.size(), 4U) << text;
-    }
-}
-
 TEST(Simulation, LimitsFaultsToCallsAndSeconds)
 {
-    const struct
-    {
-        const char *keys;
-        const char *calls; // from call 1 in second 10; a call each second
-    } rows[] = {
-        { "", "xxxx" },
-        { "fault-call=2", "-x--" },
-        { "fault-from=12", "--xx" },
-        { "fault-until=12", "xx--" },
-        { "fault-from=11\nfault-until=12", "-x--" },
-        { "fault-call=1\nfault-from=11", "----" },
-    };
-    for (const auto &row : rows) {
-        const suite::Scenario scenario = scenarioOf(std::string("[unit 0]\n") + row.keys);
+    const auto faultyCalls = [](const std::string &keys) {
+        const suite::Unit unit = scenarioOf("[unit 0]\n" + keys).units[0];
         std::string calls;
         for (int call = 1; call <= 4; ++call)
-            calls += suite::isFaulty(scenario.units[0], call, 9 + call) ? 'x' : '-';
-        EXPECT_EQ(calls, row.calls) << row.keys;
-    }
+            calls += suite::isFaulty(unit, call, 9 + call) ? 'x' : '-';
+        return calls;
+    };
+    EXPECT_EQ(faultyCalls("fault-call=2"), "-x--");
+    EXPECT_EQ(faultyCalls("fault-from=11\nfault-until=13"), "-xx-");
+    EXPECT_EQ(faultyCalls("fault-call=1\nfault-from=11"), "----");
 }
 
 } // namespace

@@ -88,21 +88,16 @@ TEST(Faults, FileOfLibraryIsReplaced)
 }
 
 /** The library misbehaves in the first run, which reports what it can. */
-void passesWithUnit(const std::string &fault, bool isSeen = true)
+void passesWithUnit(const std::string &fault)
 {
     Life life("units = 1\n[unit 0]\nfault-until = 15\n" + fault);
     life.start();
     const std::string report = life.nextReport();
-    EXPECT_EQ(report.starts_with("POST pc1/000 ") && report != REPORT, isSeen) << report;
+    EXPECT_TRUE(report.starts_with("POST pc1/000 ") && report != REPORT) << report;
     EXPECT_EQ(life.nextReport(), REPORT);
     EXPECT_TRUE(life.home.awaitLog("device/000 OK.", 2));
     EXPECT_EQ(life.home.countInLog("rror"), 0) << life.home.log();
     life.stop();
-}
-
-TEST(Faults, LibraryIsSlow)
-{
-    passesWithUnit("delay-ms = 1500\n", false);
 }
 
 TEST(Faults, LibraryReturnsGarbage)
@@ -135,13 +130,11 @@ void passesWithClock(const std::string &by)
                  "FAKETIME_TIMESTAMP_FILE=" + life.home.file("clock") });
     EXPECT_EQ(life.nextReport(), REPORT);
     set(by);
-    if (by[0] == '+') {
-        EXPECT_EQ(life.nextReport(), REPORT);
-    } else {
+    if (by[0] == '-') {
         std::this_thread::sleep_for(3s); // no run is due until the clock has caught up
         set("+0s");
-        EXPECT_EQ(life.nextReport(), REPORT);
     }
+    EXPECT_EQ(life.nextReport(), REPORT);
     life.stop();
 }
 

@@ -12,6 +12,14 @@
 
 #include <QFile>
 
+/** `text` with each `word` replaced. */
+inline std::string replaced(std::string text, const std::string &word, const std::string &by)
+{
+    for (std::size_t at = 0; (at = text.find(word, at)) != std::string::npos; at += by.size())
+        text.replace(at, word.size(), by);
+    return text;
+}
+
 /** An installation directory with the real plug-in, the simulated suite and a host to load it. */
 class Installation
 {
@@ -70,10 +78,8 @@ public:
     [[nodiscard]] std::string log() const
     {
         static const std::regex time(R"(\[\d\d-\d\d-\d{4} \d\d:\d\d:\d\d\.\d{3}\])");
-        std::string text = std::regex_replace(contentOf(file("pelcloud.log")), time, "[TIME]");
-        for (std::size_t at = 0; (at = text.find(m_directory.path, at)) != std::string::npos;)
-            text.replace(at, m_directory.path.size(), "HOME/");
-        return text;
+        const std::string text = contentOf(file("pelcloud.log"));
+        return replaced(std::regex_replace(text, time, "[TIME]"), m_directory.path, "HOME/");
     }
     /** How often `text` stands in the log. */
     [[nodiscard]] int countInLog(const std::string &text) const

@@ -1,8 +1,7 @@
 // The shipped plug-in in a real host, with the simulated suite and the local cloud, from start to stop.
 
 #include "tests/e2e/life.h"
-
-#include <QJsonArray>
+#include "tests/golden.h"
 
 namespace {
 
@@ -38,14 +37,6 @@ std::string requestLines(LocalCloud &cloud)
     return lines;
 }
 
-/** `text` with each `word` replaced. */
-std::string replaced(std::string text, const std::string &word, const std::string &by)
-{
-    for (std::size_t at = 0; (at = text.find(word, at)) != std::string::npos; at += by.size())
-        text.replace(at, word.size(), by);
-    return text;
-}
-
 /** The messages of errors in the log, a line each; addresses begin behind the cloud's. */
 std::string errorsIn(Life &life)
 {
@@ -57,11 +48,6 @@ std::string errorsIn(Life &life)
             errors += replaced(message, life.cloud.address("api") + MON, "") + '\n';
     }
     return errors;
-}
-
-std::string golden(const char *name)
-{
-    return contentOf(std::string(PELCLOUD_GOLDEN_DIR "/") + name);
 }
 
 TEST(Lives, SendsGoldenBodies)
@@ -224,8 +210,7 @@ struct RunCase
     const char *errors = "";
 };
 
-class Runs : public testing::TestWithParam<RunCase>
-{};
+using Runs = testing::TestWithParam<RunCase>;
 
 TEST_P(Runs, SendWhatTheyCan)
 {
@@ -245,19 +230,9 @@ TEST_P(Runs, SendWhatTheyCan)
     EXPECT_EQ(errorsIn(life), run.errors);
 }
 
-std::string requestsOfUnits(int count)
-{
-    std::string requests = "POST token 200";
-    for (int unit = 0; unit < count; ++unit)
-        requests += ", PUT pc1 200, POST pc1/device/0" + std::to_string(unit / 10)
-                    + std::to_string(unit % 10) + " 200";
-    return requests;
-}
-
 INSTANTIATE_TEST_SUITE_P(
         Lives, Runs,
         testing::Values(
-                RunCase{ "ThirteenUnits", "units = 13\n", requestsOfUnits(13) },
                 RunCase{ "VersionCallFails", "units = 2\n[unit 0]\nversion-fails = yes\n",
                          "POST token 200, POST pc1/device/000 200, PUT pc1 200, "
                          "POST pc1/device/001 200" },

@@ -109,10 +109,6 @@ def mirror():
 
 
 def why_not_here(build, directory):
-    if os.geteuid() != 0:
-        return "only root can make a clean system"
-    if not shutil.which("piuparts"):
-        return "there is no piuparts"
     if subprocess.run(["unshare", "--mount", "mount", "-t", "tmpfs", "none", build], check=False).returncode != 0:
         return "nothing may be mounted here"
     address, name = mirror()
