@@ -273,7 +273,7 @@ CURLcode HttpClient::transfer(const Method &method, const HttpRequest &request,
 /** What curl_easy_perform() does, except that cancel() ends the wait at once. */
 CURLcode HttpClient::perform()
 {
-    constexpr int MAX_WAIT_MS = 1000;
+    constexpr int MAX_WAIT_MS = 500; // even if there is no descriptor for the wake-up
     if (curl_multi_add_handle(m_transfers.get(), m_handle.get()) != CURLM_OK)
         return CURLE_FAILED_INIT;
     CURLMcode state = CURLM_OK;

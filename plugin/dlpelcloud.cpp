@@ -4,6 +4,9 @@
 #include "plugin/watchdog.h"
 #include "support/config.h"
 
+#include <cstdlib>
+#include <unistd.h>
+
 #include <QFile>
 #include <QJsonObject>
 #include <QStringList>
@@ -71,8 +74,10 @@ void PelCloudService::start()
             [this] {
                 const QString &module = Constants::LOG_MODULE_NAME;
                 QLog_Info(module, "Service started in '"_L1 + installationPath() + "'."_L1);
-                Watchdog::start(); // before the library, which it is to outlast
-                if (const int result = m_client.start(); result != PelCloudClient::Ok)
+                // The watchdog comes first, since it has to outlast the library.
+                const int result =
+                        Watchdog::start() ? m_client.start() : PelCloudClient::StartFailed;
+                if (result != PelCloudClient::Ok)
                     QLog_Error(module, "Start service error: "_L1 + QString::number(result));
                 else
                     QLog_Info(module, u"Start service: OK."_s);
@@ -82,15 +87,19 @@ void PelCloudService::start()
 
 void PelCloudService::stop()
 {
+    Watchdog::arm();
     guarded(
             [this] {
-                Watchdog::arm();
                 m_client.stop();
                 QLog_Info(Constants::LOG_MODULE_NAME, u"Stopping service."_s);
                 if (!m_client.isLibraryMapped())
                     Watchdog::disarm(); // the host's exit handlers may take their time
             },
-            [] { QLog_Error(Constants::LOG_MODULE_NAME, u"Unknown error stopping service."_s); });
+            [] {
+                QLog_Error(Constants::LOG_MODULE_NAME, u"Unknown error stopping service."_s);
+                // The library has not stopped, and exit() would destroy what it may still use.
+                _exit(EXIT_SUCCESS);
+            });
 }
 
 QLogger::QLoggerManager *PelCloudService::getLogger()

@@ -17,7 +17,7 @@ __attribute__((visibility("default"))) int SrvStart(void **handle);
 
 /**
  * Stops and destroys the service in `*handle`, which ends the process with exit status 0. Returns,
- * always 1, only if there is no service.
+ * always 1, only if there is no service, or another thread already stops it.
  */
 __attribute__((visibility("default"))) int SrvStop(void **handle);
 
@@ -40,8 +40,9 @@ public:
     /** Starts the watchdog and the client, and logs the outcome. */
     virtual void start();
     /**
-     * Stops the client under the watchdog. That stays armed while the suite's library is mapped,
-     * since exit() then runs the library's destructors.
+     * Stops the client under the watchdog, which stays armed while the suite's library is mapped,
+     * since exit() then runs the library's destructors. Ends the process with status 0 and without
+     * exit handlers when the library throws instead of stopping.
      */
     virtual void stop();
     /** The process-wide log manager; not owned. */

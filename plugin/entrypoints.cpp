@@ -1,5 +1,8 @@
 #include "plugin/dlpelcloud.h"
 
+#include "support/cancellation.h"
+
+#include <atomic>
 #include <memory>
 
 int SrvStart(void **handle)
@@ -18,11 +21,15 @@ int SrvStart(void **handle)
 
 int SrvStop(void **handle)
 {
-    if (handle == nullptr || *handle == nullptr)
+    if (handle == nullptr)
         return 1;
-    auto *const service = static_cast<PelCloudService *>(*handle);
+    const CancellationHold hold; // exit() must not be left halfway
+    // Taken in one step, since a thread or an exit handler may call again.
+    auto *const service =
+            static_cast<PelCloudService *>(std::atomic_ref(*handle).exchange(nullptr));
+    if (service == nullptr)
+        return 1;
     service->stop();
     delete service; // which ends the process
-    *handle = nullptr;
     return 1;
 }

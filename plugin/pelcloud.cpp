@@ -339,9 +339,11 @@ void PelCloudClient::run()
         adjustLogLevel();
 
     const unsigned long count = m_suite.count();
-    for (unsigned long index = 0; index < count && !m_isStopped; ++index) {
-        reportComputer(index, buffers, computer);
-        reportDevice(index, buffers, status);
+    for (unsigned long index = 0; index < count; ++index) {
+        if (!m_isStopped)
+            reportComputer(index, buffers, computer);
+        if (!m_isStopped)
+            reportDevice(index, buffers, status);
     }
 }
 

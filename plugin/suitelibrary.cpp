@@ -40,8 +40,7 @@ public:
         : m_library(library)
     {
         const std::lock_guard lock(m_library.m_mutex);
-        m_library.m_isInCall = m_library.m_isOpen;
-        m_isAllowed = m_library.m_isOpen;
+        m_isAllowed = m_library.m_isInCall = m_library.m_isOpen;
     }
     ~Call()
     {
@@ -65,7 +64,7 @@ bool SuiteLibrary::load(const std::string &path)
         return false;
     const link_map *map = nullptr;
     if (dlinfo(m_entries.GetDLHandle(), RTLD_DI_LINKMAP, &map) == 0)
-        m_address = map->l_ld;
+        m_address = map->l_ld; // the dynamic section, which every library has
     return true;
 }
 

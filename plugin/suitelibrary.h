@@ -32,7 +32,7 @@ public:
     /**
      * Stops and unloads, whatever the state. A call in progress gets Timeouts::CALL_GRACE before
      * CliStop; CliStop and the end of that call are waited for without limit. False when CliStop
-     * throws, which leaves the library loaded.
+     * throws; the library stays loaded then.
      */
     [[nodiscard]] bool stop();
 

@@ -54,6 +54,9 @@ struct Cleanup
 
 ENTRY void *CliStart()
 {
+    static std::thread worker; // ends the process in exit() unless it has been joined
+    if (does("throws when it is stopped"))
+        worker = std::thread([] { std::this_thread::sleep_for(60s); });
     return &cleanup;
 }
 
