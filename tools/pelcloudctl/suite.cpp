@@ -12,7 +12,7 @@
 
 namespace {
 
-/** Calls the library. What it throws is made of its code, and must be gone before that is unloaded. */
+/** Calls the library. Its exceptions hold its code, so they must end before it is unloaded. */
 template <class Call>
 auto guarded(Call call)
 {
@@ -25,8 +25,8 @@ auto guarded(Call call)
         isDone = false;
     }
     if (!isDone)
-        throw Problem("the suite's library fails in a call",
-                      "Is the suite's own service in order?");
+        throw Problem("the suite's library failed in a call",
+                      "Check that the suite's service works.");
     return result;
 }
 
@@ -66,18 +66,17 @@ Suite::Suite(const Installation &installation)
     const std::string name = installation.library();
     std::error_code error;
     if (!std::filesystem::exists(name, error))
-        throw Problem("there is no " + name,
-                      "Name the suite's installation directory with --directory.");
+        throw Problem("file not found: " + name, "Give the suite's directory with --directory.");
     if (!m_library.Load(name))
         throw Problem("cannot load the suite's library: " + m_library.GetLastErrorStr(),
-                      "See what it lacks: ldd " + name);
+                      "Find missing libraries with 'ldd " + name + "'.");
     if (const auto missing = missingEntries(m_library); !missing.empty())
-        throw Problem(name + (missing.size() == 1 ? " lacks the entry " : " lacks the entries ")
-                              + joined(missing),
-                      "Is it the suite's own library, of a version that this plug-in knows?");
+        throw Problem("missing in " + name + ": " + joined(missing),
+                      "Check that it is the suite's library, of a supported version.");
     m_handle = guarded([this] { return m_library.CliStart(); });
     if (m_handle == nullptr)
-        throw Problem("the suite's library does not start", "Is the suite's own service running?");
+        throw Problem("the suite's library does not start",
+                      "Check that the suite's service is running.");
 }
 
 Suite::~Suite()
@@ -87,7 +86,7 @@ Suite::~Suite()
     try {
         m_library.CliStop(m_handle);
     } catch (...) {
-        return; // there is nobody left to tell
+        return; // a destructor cannot report it
     }
 }
 
