@@ -14,14 +14,12 @@
 
 namespace {
 
-using suite::Scenario;
-
 bool isWithin(double value, double least, double most)
 {
     return value >= least && value <= most;
 }
 
-void checkRanges(const Scenario &scenario)
+void checkRanges(const suite::Scenario &scenario)
 {
     FUZZ_CHECK(scenario.os.size() <= 255 && scenario.version.size() <= 6);
     FUZZ_CHECK(scenario.units.size() <= suite::MAX_UNITS);
@@ -53,12 +51,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
 
     std::vector<suite::Complaint> complaints;
     std::istringstream in(text);
-    const Scenario scenario = suite::readScenario(in, complaints);
+    const suite::Scenario scenario = suite::readScenario(in, complaints);
     checkRanges(scenario);
-    const auto isLaterLine = [](const suite::Complaint &a, const suite::Complaint &b) {
-        return a.line >= b.line;
-    };
-    FUZZ_CHECK(std::ranges::adjacent_find(complaints, isLaterLine) == complaints.end());
+    FUZZ_CHECK(std::ranges::is_sorted(complaints, {}, &suite::Complaint::line));
 
     if (scenario.units.empty())
         return 0;
