@@ -12,7 +12,7 @@
 
 namespace {
 
-/** What a line says. The views point into the line. */
+/** A line's content. The views point into the line. */
 struct Line
 {
     enum Kind { COMMENT, HEADER, KEY, MALFORMED };
@@ -24,7 +24,7 @@ struct Line
 
 Line parsed(const std::string &raw)
 {
-    const std::string_view line = TrimmedView(raw.c_str()); // up to a NUL, like all texts
+    const std::string_view line = TrimmedView(raw.c_str()); // up to a NUL, as everywhere
     if (line.empty() || std::strchr(";#'", line.front()) != nullptr)
         return { Line::COMMENT };
     if (line.size() > 2 && line.front() == '[' && line.find(']') == line.size() - 1)
@@ -53,8 +53,8 @@ std::string keyLine(std::string_view name, std::string_view value)
     return line.append(" = ").append(value);
 }
 
-/** Whether `line` is one line that gives back `name`. */
-bool givesBack(const std::string &line, Line::Kind kind, const std::string &name)
+/** Whether a load of `line` gives `name`. */
+bool isReadable(const std::string &line, Line::Kind kind, const std::string &name)
 {
     const Line read = parsed(line);
     return line.find('\n') == line.npos && read.kind == kind && read.name == name;
@@ -173,7 +173,7 @@ bool CfgClass::SaveFile()
 bool CfgClass::writeLines(const std::string &name) const
 {
     if (isPipe(name))
-        return false; // it would wait for a reader
+        return false; // opening would block until there is a reader
     std::ofstream file(name, std::ios::binary | std::ios::trunc);
     std::string_view separator;
     for (const std::string &line : m_lines) {
@@ -251,7 +251,7 @@ bool CfgClass::addKey(const std::string &key, const std::string &value, LinePos 
 
 bool CfgClass::InsertSection(const std::string &name, LinePos line, bool newLine)
 {
-    if (newLine && !givesBack(headerLine(name), Line::HEADER, name))
+    if (newLine && !isReadable(headerLine(name), Line::HEADER, name))
         return fail(NOT_INSERTED);
     const auto [section, inserted] = m_sections.try_emplace(LocaleUpperCase(name));
     if (!inserted)
@@ -270,7 +270,7 @@ bool CfgClass::InsertKey(const std::string &key, const std::string &value, Secti
 {
     if (key.empty())
         return fail(BAD_ARGUMENT);
-    if (section == m_sections.end() || (newLine && !givesBack(keyLine(key, {}), Line::KEY, key)))
+    if (section == m_sections.end() || (newLine && !isReadable(keyLine(key, {}), Line::KEY, key)))
         return fail(NOT_INSERTED);
     SectRec &record = section->second;
     const std::size_t before = record.keys.size();

@@ -160,8 +160,8 @@ public:
     virtual std::string GetKeyName(unsigned long index);
 
     // Typed reads, by (section, key), (key), (section, number) or (number): the stored value, or
-    // `def` when there is none or it does not fit the type. A bool is a number, 0 or other.
-    // Formats of times are those of support/datetext.h.
+    // `def` when there is none or it does not fit the type. A bool is a number, 0 or other. Formats
+    // of times are those of support/datetext.h.
 
     virtual std::string ReadStr(const char *section, const char *key, const char *def);
     virtual std::string ReadStr(const std::string &section, const std::string &key,

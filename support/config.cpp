@@ -10,7 +10,7 @@ namespace {
 constexpr const char *CONFIG_FILE = "/etc/pelorin.conf";
 
 enum class Directory {
-    BASE,    // that of one UPS
+    BASE,    // of one UPS
     PELORIN, // the installation path
 };
 
@@ -38,8 +38,8 @@ constexpr struct
 constexpr std::string_view PELORIN_PREFIX = "//BASEDIR//";
 constexpr std::string_view BASE_PREFIX = "//UPSCONFIGDIR//";
 
-/** What SetPelorinPath() was given. Never destroyed, as threads may ask until the process ends. */
-std::string &toldPath()
+/** Set by SetPelorinPath(). Never destroyed, because threads may read it until the process ends. */
+std::string &pathOverride()
 {
     static auto &path = *new std::string;
     return path;
@@ -55,14 +55,14 @@ std::string baseDirectory(const char *base)
 
 std::string GetPelorinPath()
 {
-    if (!toldPath().empty())
-        return toldPath();
+    if (!pathOverride().empty())
+        return pathOverride();
     return Internal::PelorinPathFrom(CONFIG_FILE);
 }
 
 void SetPelorinPath(const std::string &path)
 {
-    toldPath() = path.empty() ? path : IncludePathDelimiter(path);
+    pathOverride() = path.empty() ? path : IncludePathDelimiter(path);
 }
 
 std::string ParseMacroFileName(const char *name, const char *base)

@@ -4,9 +4,9 @@
 #include <string>
 
 /**
- * Where the suite is installed, and what its symbolic file names stand for. Nothing is remembered
- * between calls, for the suite may be reinstalled while the process runs. No errors are reported;
- * both functions may be called from any thread.
+ * The suite's installation directory and symbolic file names. Nothing is cached, because the suite
+ * may be reinstalled while the process runs. No errors are reported. Any thread may call both
+ * functions.
  */
 
 /**
@@ -17,26 +17,26 @@
 [[nodiscard]] std::string GetPelorinPath();
 
 /**
- * The full name of the file that `name` stands for. A name that is one of the suite's macros, such
- * as "//LOGEVTFILE//", becomes a file in the directory of one UPS or in the installation
- * directory; a name that begins with "//BASEDIR//" or "//UPSCONFIGDIR//" goes on below the
- * installation directory or that of the UPS; any other name is returned as it is.
+ * Expands the suite's symbolic file names. A macro such as "//LOGEVTFILE//" becomes a file in the
+ * directory of a UPS or in the installation directory. A leading "//BASEDIR//" or
+ * "//UPSCONFIGDIR//" becomes the installation directory or that of the UPS. Any other name is
+ * returned unchanged.
  *
- * `base` is the number of a UPS, whose directory lies in the installation directory, or else the
- * directory itself, used as it is: it should end in "/". When `name` or `base` is null, the result
- * is empty.
+ * `base` is the number of a UPS, whose directory is below the installation directory, or else that
+ * directory itself, used as given: it should end in "/". The result is empty if `name` or `base` is
+ * null.
  */
 [[nodiscard]] std::string ParseMacroFileName(const char *name, const char *base);
 
 /**
- * Makes GetPelorinPath() give this directory from now on, for a program that is told where the
- * suite is installed; an empty text takes that back. Not while another thread asks.
+ * Overrides the result of GetPelorinPath(), for a program with an option for that; an empty path
+ * ends that. No other thread may call these functions meanwhile.
  */
 void SetPelorinPath(const std::string &path);
 
 namespace Internal {
 
-/** GetPelorinPath() as it would be if `configFile` were /etc/pelorin.conf. For tests. */
+/** GetPelorinPath() with `configFile` in place of /etc/pelorin.conf. For tests. */
 [[nodiscard]] std::string PelorinPathFrom(const char *configFile);
 
 } // namespace Internal

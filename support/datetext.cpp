@@ -9,7 +9,7 @@
 
 namespace {
 
-/** A field of a format; its digits tell `member` plus `offset`. */
+/** A field of a format; its digits are `member` plus `offset`. */
 struct DateField
 {
     std::string_view letters;
@@ -21,7 +21,7 @@ constexpr int TM_YEAR_OFFSET = 1900;
 constexpr int MAX_YEAR = 9999;
 
 constexpr DateField DATE_FIELDS[] = {
-    { "yyyy", &std::tm::tm_year, TM_YEAR_OFFSET }, // before its own half
+    { "yyyy", &std::tm::tm_year, TM_YEAR_OFFSET }, // before "yy", which it begins with
     { "yy", &std::tm::tm_year, TM_YEAR_OFFSET },
     { "mm", &std::tm::tm_mon, 1 },
     { "dd", &std::tm::tm_mday, 0 },
@@ -48,7 +48,7 @@ bool isShortYear(const DateField &field)
 bool readField(std::string_view digits, const DateField &field, std::tm &time)
 {
     const char *const end = digits.data() + digits.size();
-    unsigned int number = 0; // unsigned, for a sign is not a digit
+    unsigned int number = 0; // unsigned: a sign is an error
     const auto read = std::from_chars(digits.data(), end, number);
     if (digits.size() != field.letters.size() || read.ec != std::errc() || read.ptr != end)
         return false;
@@ -114,10 +114,11 @@ long StrToDateTimeDef(const char *text, const char *format, long def)
     std::tm local{};
     local.tm_year = 70;
     local.tm_mday = 1;
-    local.tm_isdst = -1; // whatever holds on that day
-    local.tm_wday = -1;  // set by success, unlike the result, which may be -1 then too
+    local.tm_isdst = -1; // mktime() finds out
+    local.tm_wday = -1;  // changed by success; a result of -1 may be valid
     if (text == nullptr || *text == '\0' || format == nullptr || !readFields(text, format, local)
-        || !exists(local) || formatted(local, format) != text) // a field twice, with two numbers
+        || !exists(local)
+        || formatted(local, format) != text) // a field twice, with different numbers
         return def;
     const long time = std::mktime(&local);
     return local.tm_wday == -1 ? def : time;

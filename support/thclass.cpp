@@ -23,7 +23,7 @@ struct Scheduling
 
 constexpr int ALL_STEPS = 6;
 
-/** By ThreadPriority. The real-time priority in the middle stays unused. */
+/** By ThreadPriority. The middle real-time priority is unused. */
 constexpr std::array<Scheduling, 7> SCHEDULINGS{ {
         { SCHED_FIFO, 0 },
         { SCHED_FIFO, 1 },
@@ -51,9 +51,9 @@ void applyPriority(pthread_t thread, ThClass::ThreadPriority priority)
 }
 
 /**
- * Calls a function that Kill() may strike at any instruction. Nothing here may need cleaning up,
- * nor may this be inlined where something does: unwinding from between two calls ends the process
- * in a function that has clean-ups.
+ * Calls a function that Kill() may cancel at any instruction. Nothing here may need cleaning up,
+ * nor may this be inlined where something does: unwinding from an instruction between two calls
+ * ends the process if the function has clean-ups.
  */
 template <class Object>
 [[gnu::noinline]] void callExposed(Object &object, void (Object::*function)())
@@ -63,7 +63,7 @@ template <class Object>
     pthread_setcanceltype(PTHREAD_CANCEL_DEFERRED, nullptr);
 }
 
-/** Runs a step of a thread, which an exception ends. What ends the whole thread must go on. */
+/** Runs a step of a thread. Drops exceptions, but not the unwinding of a cancelled thread. */
 template <class Step>
 [[gnu::noinline]] void runStep(Step step)
 {
@@ -76,8 +76,8 @@ template <class Step>
 }
 
 /**
- * Joins; a caller who is cancelled meanwhile leaves the thread detached, not forgotten. `hold` is
- * suspended for the time of the wait, which is the only place where a cancellation can strike.
+ * Joins the thread, or detaches it if the caller is cancelled meanwhile. `hold` is suspended during
+ * the wait, so that only the wait can be cancelled.
  */
 void joinOrDetach(pthread_t thread, const CancellationHold &hold)
 {
@@ -194,7 +194,7 @@ bool TimeOutClass::IsTimeOut() const
 
 // ThClass
 
-/** Holds the state lock; meanwhile the thread that holds it is not cancelled. */
+/** Holds the state lock; the holder cannot be cancelled meanwhile. */
 class ThClass::Transition
 {
 public:
@@ -208,7 +208,7 @@ public:
     Transition &operator=(const Transition &) = delete;
 
 private:
-    CancellationHold m_hold; // ends after the lock is free
+    CancellationHold m_hold; // ends after the lock is released
     ThLockClass &m_lock;
 };
 
@@ -278,7 +278,7 @@ void ThClass::Kill()
         m_suspended = true;
         m_running = false;
     }
-    OnTerminate(); // NOLINT(*.VirtualCall): this class's own when the destructor kills
+    OnTerminate(); // NOLINT(*.VirtualCall): the destructor means this class's
     if (suicide)
         pthread_cancel(pthread_self());
 }
@@ -339,7 +339,7 @@ void ThClass::ThCreate()
     create();
 }
 
-/** Under the state lock, for which the new thread waits before it does anything. */
+/** Under the state lock; the new thread waits for it first. */
 void ThClass::create()
 {
     m_terminated = false;
@@ -347,9 +347,9 @@ void ThClass::create()
     pthread_t created{};
     m_handle = pthread_create(&created, nullptr, ThreadProc, this);
     if (m_handle != 0)
-        return; // a predecessor that still runs stays the thread of this object
+        return; // a previous thread that still runs remains the object's thread
     if (m_joinable)
-        pthread_detach(m_threadId); // nobody has waited for the last one
+        pthread_detach(m_threadId); // nobody has joined the last one
     m_exists = m_joinable = true;
     m_threadId = created;
     ++m_visitors;
@@ -357,11 +357,11 @@ void ThClass::create()
 
 void *ThClass::ThreadProc(void *self)
 {
-    // Not to be called where anything would catch: it unwinds this thread.
+    // Unwinds the thread, so that nothing may catch here.
     pthread_exit(std::bit_cast<void *>(static_cast<ThClass *>(self)->run()));
 }
 
-/** All that a thread does with its object, which is left when this returns or is unwound. */
+/** All that a thread does with its object. The object is not used after this returns or unwinds. */
 long ThClass::run()
 {
     struct Visit
@@ -374,30 +374,30 @@ long ThClass::run()
         return 0;
     runStep([this] { callExposed(*this, &ThClass::Execute); });
     runStep([this] { callExposed(*this, &ThClass::OnTerminate); });
-    // Asked before the flags tell of the end: from then on the object may be destroyed.
+    // Before the flags are set: after that the object may be destroyed.
     long value = 0;
     runStep([this, &value] { value = GetReturnValue(); });
     return value;
 }
 
-/** The last that a thread does to its object. One that was killed leaves the flags to its successor. */
+/** A thread's last use of its object. A killed one leaves the flags to its successor. */
 void ThClass::leave()
 {
     {
         const Transition transition(*this);
         if (m_exists && isOwnThread()) {
             m_exists = false;
-            m_suspended = true; // first, so that who sees the end sees both
+            m_suspended = true; // first, so that a reader of m_running sees both
             m_running = false;
         }
     }
     --m_visitors;
 }
 
-/** Joins the thread, or waits for its end when another caller is joining it. */
+/** Joins the thread, or waits for its end if another caller joins it. */
 void ThClass::join()
 {
-    const CancellationHold hold; // between taking over the thread and joining it
+    const CancellationHold hold; // until the thread is joined
     pthread_t thread{};
     bool mine = false;
     {
@@ -421,7 +421,7 @@ bool ThClass::isOwnThread() const
     return (m_exists || m_joinable) && pthread_equal(m_threadId, pthread_self()) != 0;
 }
 
-/** Waits until the creator of the calling thread has noted all about it. */
+/** Waits until the creator of the calling thread has recorded it. */
 bool ThClass::isAbandoned()
 {
     const Transition transition(*this);
@@ -455,7 +455,8 @@ ThTimer::~ThTimer() = default;
 
 void ThTimer::Execute()
 {
-    // OnTimer() may be killed anywhere, this loop only in its sleep: never while it holds the lock.
+    // OnTimer() may be killed anywhere, this loop only while it sleeps, not while it holds the
+    // lock.
     pthread_setcanceltype(PTHREAD_CANCEL_DEFERRED, nullptr);
     for (; !GetTerminated(); Delay(0)) {
         if (!m_owner->m_started || !m_owner->m_timeOut.IsTimeOut())
@@ -477,7 +478,7 @@ TmrClass::TmrClass()
 
 TmrClass::~TmrClass()
 {
-    m_started = false; // the pure OnTimer() must not be reached
+    m_started = false; // the pure OnTimer() must not be called
     m_thread.endBody();
 }
 

@@ -8,11 +8,11 @@
 /**
  * Threads, locks, time-outs and interval timers over POSIX threads.
  *
- * Whatever waits here polls once a millisecond. Times are milliseconds of the wall clock, also
- * when somebody sets that clock; names that begin with "us" count microseconds.
+ * All waiting polls once per millisecond. Times are milliseconds of the wall clock, also when that
+ * clock is set; names that begin with "us" count microseconds.
  *
- * In every class the order of the virtual functions is a contract: code that was compiled against
- * it calls them by their slots. New ones go to the end.
+ * In every class the order of the virtual functions is a contract: compiled code calls them by
+ * their slots. New ones go to the end.
  */
 
 /** The wall clock: time since 1970. */
@@ -20,8 +20,8 @@
 [[nodiscard]] unsigned long usGetSystemTick();
 
 /**
- * Sleeps for `ms` milliseconds, 0 counting as 1. The microseconds are reckoned in 32 bits: what
- * exceeds 4294967 ms wraps.
+ * Sleeps for `ms` milliseconds; 0 counts as 1. The microseconds are computed in 32 bits: more than
+ * 4294967 ms wraps.
  */
 void Delay(unsigned long ms);
 
@@ -29,8 +29,8 @@ void Delay(unsigned long ms);
 void usDelay(unsigned long us);
 
 /**
- * A value that one thread writes and another one polls. Who sees a new value also sees all that
- * its writer did before, so that the end of a body, once seen, makes its results readable.
+ * A value that one thread writes and another one polls. A reader that gets a new value also sees
+ * everything that the writer did before it, such as the results of a body that has ended.
  */
 template <class Value>
 class Polled
@@ -50,7 +50,7 @@ private:
     std::atomic<Value> m_value;
 };
 
-/** A mutex that is not recursive: a second Lock() by its holder never returns. */
+/** A mutex. Not recursive: a second Lock() by its holder never returns. */
 class ThLockClass
 {
 public:
@@ -61,7 +61,7 @@ public:
     virtual ~ThLockClass();
     virtual void Lock();
     virtual void Unlock();
-    /** A copy, good for looking at, not for locking. */
+    /** A copy, which must not be locked. */
     [[nodiscard]] virtual pthread_mutex_t GetMutexID() const;
 
 private:
@@ -69,9 +69,9 @@ private:
 };
 
 /**
- * Tells whether an interval has passed since the last Start(); the constructor is the first one.
- * A clock set back delays the time-out, one set forward hastens it. One thread may ask while
- * another one sets.
+ * Expires one interval after the last Start(); the constructor starts it, too. A clock set back
+ * delays the time-out, a clock set forward shortens it. One thread may query it while another one
+ * changes it.
  */
 class TimeOutClass
 {
@@ -81,7 +81,7 @@ public:
     TimeOutClass &operator=(const TimeOutClass &) = delete;
 
     virtual ~TimeOutClass();
-    /** Goes on counting from the last Start(). The interval is 1000 ms at first. */
+    /** Does not restart. The initial interval is 1000 ms. */
     virtual void SetInterval(unsigned long interval);
     [[nodiscard]] virtual unsigned long GetInterval() const;
     /** SetInterval() and Start(). */
@@ -95,16 +95,16 @@ private:
 };
 
 /**
- * A thread whose body is Execute() of a derived class. It is created by the first Resume() and
- * ends when the body returns, throws or is killed; Resume() then runs the body on a new thread.
+ * A thread whose body is Execute() of a derived class. It is created by the first Resume() and ends
+ * when the body returns, throws or is killed; Resume() then runs the body on a new thread.
  *
- * All operations may be called from any thread, also from the body. When the system gives no
- * thread, GetHandle() tells the error, GetSuspended() stays true, nothing waits, and the next
+ * All operations may be called from any thread, also from the body. If the system cannot create a
+ * thread, GetHandle() gives the error, GetSuspended() stays true, nothing waits, and the next
  * Resume() tries again.
  *
  * The destructor asks the body to end, waits for up to ten seconds and then kills it. By then the
- * derived part is gone: when the body uses that, the derived destructor calls endBody() first. A
- * thread cannot destroy its own object.
+ * derived part is destroyed: if the body uses it, the derived destructor must call endBody() first.
+ * A thread cannot destroy its own object.
  */
 class ThClass
 {
@@ -124,8 +124,8 @@ public:
     ThClass &operator=(const ThClass &) = delete;
 
     /**
-     * The body. Polls GetTerminated() and returns soon after that is true. An exception that
-     * leaves it ends it like a return.
+     * The body. Polls GetTerminated() and returns soon after that is true. An exception ends it
+     * like a return.
      */
     virtual void Execute() = 0;
     /** Called when the body has ended: on its own thread, or on the one that kills it. */
@@ -134,28 +134,28 @@ public:
     [[nodiscard]] virtual bool GetTerminated() const;
     virtual void SetReturnValue(long value);
     virtual ~ThClass();
-    /** Runs the body on a thread of its own, unless it already runs. */
+    /** Runs the body on a new thread, unless it already runs. */
     virtual void Resume();
     /** Asks the body to end; does not wait. */
     virtual void Terminate();
     /**
-     * Waits for the end of the body, for at most `timeout` ms or, with 0, for as long as it
-     * takes; does not wait for the calling thread itself then. Always gives the return value.
+     * Waits for the end of the body for at most `timeout` ms, or without limit if that is 0, but
+     * never without limit on its own thread. Always gives the return value.
      */
     virtual long WaitFor(unsigned long timeout);
     /**
-     * Ends the body wherever it is: what it has locked or allocated stays so, and C++ code with
-     * destructors may end the whole process when struck. The last resort.
+     * Cancels the body at any instruction: locks stay held, memory stays allocated, and cancelling
+     * C++ code with destructors may end the whole process. The last resort.
      */
     virtual void Kill();
     /**
-     * Does nothing unless the body runs. The priority counts as set even when the system refuses
-     * it. What is above PrioMaximum acts like PrioNormal, which is ordinary time sharing; all
-     * others are real-time priorities.
+     * Does nothing unless the body runs. The priority counts as set even if the system refuses it.
+     * PrioNormal and values above PrioMaximum are ordinary time sharing, all others real-time
+     * priorities.
      */
     virtual void SetPriority(ThreadPriority priority);
     [[nodiscard]] virtual ThreadPriority GetPriority() const;
-    /** The thread's own lock, for whatever its users share. */
+    /** The thread's own lock, for data that its users share. */
     virtual void Lock();
     virtual void Unlock();
     [[nodiscard]] virtual long GetReturnValue() const;
@@ -166,15 +166,15 @@ public:
     [[nodiscard]] virtual pthread_t GetThreadID() const;
     [[nodiscard]] virtual pthread_mutex_t GetMutexID() const;
 
-    /** Creates a thread whether or not the body runs. Use Resume(), which calls this when needed. */
+    /** Creates a thread even if the body runs. Resume() calls this when needed. */
     void ThCreate();
     /** Where a created thread starts; `self` is its ThClass. */
     static void *ThreadProc(void *self);
 
 protected:
     /**
-     * Ends the body as the destructor does. No thread touches the object any more afterwards, but
-     * for a killed one that does not die within a second.
+     * Ends the body as the destructor does. Afterwards no thread uses the object, except a killed
+     * one that has not ended within a second.
      */
     void endBody();
 
@@ -197,18 +197,18 @@ private:
     Polled<pthread_t> m_threadId{ pthread_t() };
     Polled<int> m_handle{ -1 };
 
-    // Beginning and end of a thread are changes of state under this lock, which is held neither
-    // while anything is waited for nor while a virtual function of this class is called.
+    // Guards the start and the end of a thread. Not held while waiting or while a virtual function
+    // of this class is called.
     ThLockClass m_stateLock;
-    bool m_exists = false;    // m_threadId names a thread that has neither left nor been killed
-    bool m_joinable = false;  // m_threadId still has to be joined or detached
+    bool m_exists = false;    // m_threadId is a thread that has neither ended nor been killed
+    bool m_joinable = false;  // m_threadId must still be joined or detached
     bool m_abandoned = false; // the destructor has begun
     std::atomic<int> m_visitors{ 0 }; // threads that may still touch this object
 };
 
 class TmrClass;
 
-/** The thread of a timer. Polls once a millisecond, also while the timer is stopped. */
+/** The thread of a timer. Polls once per millisecond, also while the timer is stopped. */
 class ThTimer : public ThClass
 {
 public:
@@ -225,14 +225,14 @@ private:
 };
 
 /**
- * Calls OnTimer() on a thread of its own whenever an interval has passed since Start() or since
- * the last OnTimer() returned: calls never overlap, and a slow one is not followed by others to
- * catch up. An exception that leaves OnTimer() is dropped, the timer goes on. When the system gives
- * no thread, the timer counts as started but never ticks, until a Stop() and a Start().
+ * Calls OnTimer() on its own thread one interval after Start() and after each return of OnTimer():
+ * calls never overlap, and no call is made up for. An exception from OnTimer() is dropped and the
+ * timer continues. If the system cannot create a thread, the timer counts as started but never
+ * ticks until a Stop() and a Start().
  *
- * Start() and Stop() may be called from any thread that does not hold GetThread()'s lock, also
- * from OnTimer(). A derived class must call Stop() and see to it that no OnTimer() is left before
- * its own members go away. The destructor ends the thread as ThClass's does.
+ * Start() and Stop() may be called from any thread that does not hold GetThread()'s lock, also from
+ * OnTimer(). A derived class must call Stop() and make sure that no OnTimer() runs before its own
+ * members are destroyed. The destructor ends the thread as ThClass's does.
  */
 class TmrClass
 {
@@ -242,23 +242,23 @@ public:
     TmrClass &operator=(const TmrClass &) = delete;
 
     virtual void OnTimer() = 0;
-    /** True when an OnTimer() that takes long should give up: the timer is being destroyed. */
+    /** True while the timer is destroyed: an OnTimer() that takes long should return. */
     [[nodiscard]] virtual bool GetTerminated() const;
     virtual ~TmrClass();
-    /** Counts anew when the timer is started. 0 is ignored; the interval is 1000 ms at first. */
+    /** Restarts a started timer. 0 is ignored; the initial interval is 1000 ms. */
     virtual void SetInterval(unsigned long interval);
     [[nodiscard]] virtual unsigned long GetInterval() const;
     /** SetInterval() and Start(). */
     virtual void Start(unsigned long interval);
-    /** Starts counting an interval, unless the timer is started already. */
+    /** Starts the interval, unless the timer is already started. */
     virtual void Start();
     /**
-     * No further OnTimer() begins, but for one whose time has been found to be over just now. Does
-     * not wait for one that runs.
+     * No further OnTimer() begins, except one whose interval has just been found expired. Does not
+     * wait for one that runs.
      */
     virtual void Stop();
     [[nodiscard]] virtual bool IsStarted() const;
-    /** For its priority and its lock; owned by the timer. */
+    /** Gives access to priority and lock. Owned by the timer. */
     [[nodiscard]] virtual ThClass *GetThread();
 
 private:

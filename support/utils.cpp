@@ -19,7 +19,7 @@
 
 namespace {
 
-/** A bound on widths and precisions that only a broken caller reaches. */
+/** A bound on widths and precisions, for callers with a defect. */
 constexpr unsigned int MAX_DIGITS = 4096;
 
 std::string_view view(const char *text)
@@ -42,7 +42,7 @@ bool isBlank(char c)
     return c == ' ' || c == '\n' || c == '\t' || c == '\r';
 }
 
-/** Pads on the left, but behind a sign. */
+/** Pads on the left, after a sign. */
 std::string padded(std::string_view number, unsigned int width, char fill)
 {
     const std::size_t minimum = std::min(width, MAX_DIGITS);
@@ -62,14 +62,14 @@ std::string decimal(Integer value, unsigned int width, char fill)
     return padded({ digits.data(), static_cast<std::size_t>(end - digits.data()) }, width, fill);
 }
 
-/** The classic locale's handle; libc's own constant, which needs no memory and is never freed. */
+/** The C locale: a constant of libc, which needs no memory and is never freed. */
 locale_t classicLocale()
 {
     static const locale_t classic = newlocale(LC_ALL_MASK, "C", nullptr);
     return classic;
 }
 
-/** Puts the calling thread, and no other, into the classic locale while it lives. */
+/** Switches the calling thread to the C locale in this scope. */
 class ClassicLocaleScope
 {
 public:
@@ -113,7 +113,7 @@ std::string mapBytes(std::string_view text, int (*map)(int))
     return result;
 }
 
-/** Room for `size` items: on the stack for names and lines of everyday length, else on the heap. */
+/** Space for `size` items: on the stack for names and lines of usual length, else on the heap. */
 template <class Item>
 class Scratch
 {
@@ -145,9 +145,9 @@ bool isAsciiLetter(unsigned char byte)
 }
 
 /**
- * Changes the case of ASCII text, whose characters are single bytes in every encoding that a
- * locale may have, and of which only letters have a case. False, with the text spoilt, where there
- * is another character before or after.
+ * Changes the case of ASCII text, whose characters are single bytes in the encoding of every
+ * locale. False, with the text changed in part, if a character is not ASCII before or after the
+ * change.
  */
 bool changeCaseOfAscii(std::string &text, bool upper)
 {
@@ -162,7 +162,7 @@ bool changeCaseOfAscii(std::string &text, bool upper)
     return true;
 }
 
-/** Where a symbolic link points to; empty when it cannot be read. */
+/** The target of a symbolic link; empty if it cannot be read. */
 std::string linkTarget(const std::string &link)
 {
     std::array<char, 4097> target{};
@@ -215,12 +215,12 @@ long StrToIntDef(const char *text, long def)
     const std::string_view digits = all.substr(skipSign(all, 0));
     const char *const end = digits.data() + digits.size();
     std::uint64_t magnitude = 0;
-    // An unsigned number is read from digits alone: what stops short of the end fails StrIsInt().
+    // Read as unsigned, which takes digits only: a text that fails StrIsInt() stops before its end.
     const auto [stop, error] = std::from_chars(digits.data(), end, magnitude);
     if (error != std::errc() || stop != end)
         return def;
-    // Read as unsigned and negated modulo two to the 64th power: in the signed range that is the
-    // number itself, beyond it the reinterpreted unsigned reading.
+    // Negated modulo two to the 64th power: the number itself in the signed range, the
+    // reinterpreted unsigned number beyond it.
     return static_cast<long>(all.front() == '-' ? 0 - magnitude : magnitude);
 }
 
@@ -333,7 +333,7 @@ std::string LocaleChangeCase(const char *text, bool upper)
     if (std::string result(original); changeCaseOfAscii(result, upper))
         return result;
 
-    // Both conversions keep their state in a variable of ours, which makes them safe in any thread.
+    // Both conversions keep their state in a local variable, so that they are thread-safe.
     constexpr auto FAILED = static_cast<std::size_t>(-1);
     Scratch<wchar_t> wide(original.size() + 1);
     std::mbstate_t reading{};

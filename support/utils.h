@@ -7,44 +7,43 @@
 /**
  * Conversions between numbers and 8-bit text, trimming, change of case, and parts of file names.
  *
- * None of them reports an error: what cannot be read gives the caller's default, what cannot be
- * folded stays as it is, and a null text counts as empty. Text is read up to its first NUL, also
- * in the std::string overloads. All may be called from any thread; only a change of the process's
- * locale must not come at the same time.
+ * No function reports an error: unreadable text gives the caller's default, text whose case cannot
+ * be changed stays as it is, null counts as empty. Text is read up to its first NUL, also in the
+ * std::string overloads. Any thread may call them, but not while the process's locale changes.
  *
- * Numbers are always those of the classic C locale: a decimal point, no digit grouping, whatever
- * locale the process runs under. Only the case functions look at the process's locale.
+ * Numbers are always in the format of the C locale, with a decimal point and without grouping. Only
+ * the case functions depend on the process's locale.
  */
 
-// Number to text. `width` is a minimum, filled with `fill` between the sign and the digits; more
-// than 4096 count as 4096.
+// Number to text. `width` is a minimum, padded with `fill` between the sign and the digits; more
+// than 4096 counts as 4096.
 
 [[nodiscard]] std::string IntToStr(long value, unsigned int width, char fill);
 [[nodiscard]] std::string UIntToStr(unsigned long value, unsigned int width, char fill);
 
 /**
- * `precision` significant digits in general notation, with the decimal point always shown: the
- * C conversion %#.Ng. With 2 digits 1.5 gives "1.5", 12.0 gives "12." and 100.0 gives "1.0e+02".
- * Like there, no digits count as one. More than 4096 count as 4096.
+ * `precision` significant digits in general notation, with the decimal point always shown: the C
+ * conversion %#.Ng. With 2 digits 1.5 gives "1.5", 12.0 gives "12." and 100.0 gives "1.0e+02". 0
+ * digits count as 1, more than 4096 as 4096.
  */
 [[nodiscard]] std::string FloatToStr(double value, int width, unsigned int precision, char fill);
 
 // Text to number.
 
-/** Digits with at most one sign, in front; no blanks. A lone sign passes. */
+/** Whether `text` is digits with at most one sign in front, without blanks; or a lone sign. */
 [[nodiscard]] bool StrIsInt(const char *text);
 [[nodiscard]] bool StrIsInt(const std::string &text);
 
 /**
- * The decimal number in `text`, or `def` when the text fails StrIsInt(), is a lone sign or needs
- * more than 64 bits. What fits only an unsigned 64-bit number is reinterpreted as signed.
+ * The decimal number in `text`, or `def` if the text fails StrIsInt(), is a lone sign or needs more
+ * than 64 bits. A number that fits only 64 unsigned bits is reinterpreted as signed.
  */
 [[nodiscard]] long StrToIntDef(const char *text, long def);
 [[nodiscard]] long StrToIntDef(const std::string &text, long def);
 
 /**
- * A plain decimal number: an optional sign, digits with at most one decimal point or comma among,
- * before or after them, and optionally an "E" or "e" with an exponent of its own sign and digits.
+ * Whether `text` is a plain decimal number: an optional sign, digits with at most one decimal point
+ * or comma among, before or after them, and optionally an "E" or "e", a sign and digits.
  */
 [[nodiscard]] bool StrIsFloat(const char *text);
 [[nodiscard]] bool StrIsFloat(const std::string &text);
@@ -62,10 +61,10 @@
 [[nodiscard]] std::string TrimRight(const char *text);
 [[nodiscard]] std::string TrimRight(const std::string &text);
 
-/** What Trim() leaves of `text`, without a copy. A NUL is a character like any other here. */
+/** Trim() without a copy. Here a NUL is a character like any other. */
 [[nodiscard]] std::string_view TrimmedView(std::string_view text);
 
-// Case, byte by byte: multi-byte characters are not understood here.
+// Case, byte by byte: not for multi-byte characters.
 
 [[nodiscard]] std::string UpperCase(const char *text);
 [[nodiscard]] std::string UpperCase(const std::string &text);
@@ -73,8 +72,8 @@
 [[nodiscard]] std::string LowerCase(const std::string &text);
 
 /**
- * Case, character by character, in the encoding of the process's C locale. Text that is not valid
- * in that encoding, or that would grow by more than a byte, is returned unchanged.
+ * Case, character by character, in the encoding of the process's C locale. Text that is invalid in
+ * that encoding, or would grow by more than a byte, is returned unchanged.
  */
 [[nodiscard]] std::string LocaleChangeCase(const char *text, bool upper);
 [[nodiscard]] std::string LocaleChangeCase(const std::string &text, bool upper);
@@ -89,14 +88,13 @@
 [[nodiscard]] std::string ExtractFilePath(const char *name);
 [[nodiscard]] std::string ExtractFilePath(const std::string &name);
 
-/** `path` with a "/" at its end. The empty path stays empty rather than become the root. */
+/** `path` with a "/" at its end. An empty path stays empty. */
 [[nodiscard]] std::string IncludePathDelimiter(const char *path);
 [[nodiscard]] std::string IncludePathDelimiter(const std::string &path);
 
 /**
- * The absolute path of the running program, or only its file name when `nameOnly` is set. Empty
- * when the system does not tell. A program whose file was replaced while it runs is looked for
- * under the name by which it was started.
+ * The absolute path of the running program, or only its file name if `nameOnly` is set; empty if
+ * unknown. If the program's file was replaced while it runs, the name it was started by counts.
  */
 [[nodiscard]] std::string GetExeName(bool nameOnly);
 
