@@ -55,14 +55,14 @@ struct Cleanup
 ENTRY void *CliStart()
 {
     static std::thread worker; // ends the process in exit() unless it has been joined
-    if (does("throws when it is stopped"))
+    if (does("throws before its worker is joined"))
         worker = std::thread([] { std::this_thread::sleep_for(60s); });
     return &cleanup;
 }
 
 ENTRY void CliStop(void *)
 {
-    if (does("throws when it is stopped"))
+    if (does("throws when it is stopped") || does("throws before its worker is joined"))
         throw Failure();
 }
 

@@ -202,7 +202,7 @@ TEST(Stops, EndHostsOfRogueLibraries)
         { "hangs at the end of the process", nullptr, 0, LAST_LINE },
         { "throws in a run", "Unknown error in polling cycle.", 2, "} Stopping service.\n" },
         { "throws in a run after the stop", nullptr, 0, "} Stopping service.\n" },
-        { "throws when it is stopped", "Start service: OK.", 1,
+        { "throws before its worker is joined", "Start service: OK.", 1,
           "} Unknown error stopping service.\n" },
         { "has units without end", "UPSSrvGetState(99)", 1, "} Stopping service.\n" },
     };
