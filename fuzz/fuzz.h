@@ -3,23 +3,17 @@
 
 #include <array>
 #include <cstddef>
-#include <cstdio>
-#include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <locale.h>
 #include <string>
 
 #include <QTemporaryDir>
+#include <QtGlobal>
 
 /** What must hold for every input. If it does not, libFuzzer stores the input. */
-#define FUZZ_CHECK(condition) ((condition) ? void() : failedCheck(__FILE__, __LINE__, #condition))
-
-[[noreturn]] inline void failedCheck(const char *file, int line, const char *condition)
-{
-    std::fprintf(stderr, "%s:%d: does not hold: %s\n", file, line, condition);
-    std::abort();
-}
+#define FUZZ_CHECK(condition) \
+    ((condition) ? void() : qFatal("%s:%d: does not hold: %s", __FILE__, __LINE__, #condition))
 
 /** The characters up to the first NUL, where texts of the support library end. */
 inline std::string upToNul(const std::string &text)

@@ -29,8 +29,8 @@ Content content(CfgClass &config)
         for (unsigned long k = 0; k < config.GetKeyCount(section); ++k) {
             const std::string key = config.GetKeyName(section, k);
             FUZZ_CHECK(keys.empty() || keys.rbegin()->first < key);
-            const std::string value = keys[key] = config.ReadStr(section, k, "?");
-            FUZZ_CHECK(config.ReadStr(section, key, value + '?') == value && !config.IsFail());
+            keys[key] = config.ReadStr(section, k, "?");
+            FUZZ_CHECK(config.ReadStr(section, key, "[]") == keys[key] && !config.IsFail());
         }
     }
     return found;
