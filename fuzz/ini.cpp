@@ -29,8 +29,8 @@ Content content(CfgClass &config)
         for (unsigned long k = 0; k < config.GetKeyCount(section); ++k) {
             const std::string key = config.GetKeyName(section, k);
             FUZZ_CHECK(keys.empty() || keys.rbegin()->first < key);
-            const std::string value = keys[key] = config.ReadStr(section, k, "?");
-            FUZZ_CHECK(config.ReadStr(section, key, value + '?') == value && !config.IsFail());
+            keys[key] = config.ReadStr(section, k, "?");
+            FUZZ_CHECK(config.ReadStr(section, key, "[]") == keys[key] && !config.IsFail());
         }
     }
     return found;
@@ -77,7 +77,7 @@ std::string take(FuzzedDataProvider &input, const Names &names)
 {
     const auto choice = input.ConsumeIntegral<std::uint8_t>();
     if (choice % 4 == 0 || names.empty())
-        return upToNul(input.ConsumeRandomLengthString(24));
+        return input.ConsumeRandomLengthString(24).c_str(); // up to the first NUL, as CfgClass
     return LowerCase(std::next(names.begin(), choice % names.size())->first);
 }
 
@@ -96,7 +96,7 @@ bool edit(FuzzedDataProvider &input, CfgClass &config, Content &model)
     } else if (operation == 1) {
         FUZZ_CHECK(config.DeleteKey(section, key) == (hasKey && model[s].erase(k) > 0));
     } else {
-        std::string value = upToNul(input.ConsumeRandomLengthString(24));
+        std::string value = input.ConsumeRandomLengthString(24).c_str();
         value = value.substr(0, value.find_first_of("[]")); // no load accepts them in a value
         const bool isReadable = (hasSection || loaded('[' + section + ']').contains(s))
                                 && (hasKey || loaded("[a]\n" + key + '=')["A"].contains(k));

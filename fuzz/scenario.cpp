@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -63,7 +64,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     const pelorin_version_info info = suite::versionReport(scenario, index, second, isFaulty);
     if (isFaulty && (unit.garbage || unit.extreme || unit.nan || unit.unterminated))
         return 0;
-    FUZZ_CHECK(report.vars.name == upToNul(unit.name) && info.os == upToNul(scenario.os));
+    FUZZ_CHECK(std::strcmp(report.vars.name, unit.name.c_str()) == 0);
+    FUZZ_CHECK(std::strcmp(info.os, scenario.os.c_str()) == 0);
     FUZZ_CHECK(std::isfinite(report.vars.vInput) && isWithin(report.vars.cBattery, 0, 100));
     return 0;
 }
