@@ -14,16 +14,18 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QJsonValue>
-#include <QLatin1String>
+#include <QString>
 #include <QUrl>
 
 namespace {
 
+using namespace Qt::StringLiterals;
+
 constexpr char DEVICE_GRANT_TYPE[] = "http://oauth.net/grant_type/device/1.0";
 constexpr char REFRESH_GRANT_TYPE[] = "refresh_token";
-constexpr QLatin1String INTERVAL("interval");
+constexpr auto INTERVAL = "interval"_L1;
 
-/** Truncated toward zero and held at the limits of 32 bits; 0 for what is not a number. */
+/** Truncated toward zero and clamped to 32 bits; 0 for NaN. */
 int saturated(double value)
 {
     using Limits = std::numeric_limits<int>;
@@ -38,8 +40,8 @@ struct FormField
     QString value;
 };
 
-// What a URL's query holds as it is. "+" and ";" are not among it, for some decoders take them for
-// a blank and for the end of a field.
+// Not percent-encoded in a query. "+" and ";" are encoded, since some decoders read them as a blank
+// and as the end of a field.
 constexpr char PLAIN_IN_QUERIES[] = "!$'()*,:@/?";
 
 QByteArray formBody(std::initializer_list<FormField> fields)
@@ -59,21 +61,21 @@ int errorResult(const QString &word)
 {
     constexpr struct
     {
-        const char *word;
+        QLatin1String word;
         GoogleAuth::Result result;
     } ROWS[] = {
-        { "authorization_pending", GoogleAuth::AuthorizationPending },
-        { "slow_down", GoogleAuth::SlowDown },
-        { "expired_token", GoogleAuth::ExpiredToken },
+        { "authorization_pending"_L1, GoogleAuth::AuthorizationPending },
+        { "slow_down"_L1, GoogleAuth::SlowDown },
+        { "expired_token"_L1, GoogleAuth::ExpiredToken },
     };
     for (const auto &row : ROWS) {
-        if (word == QLatin1String(row.word))
+        if (word == row.word)
             return row.result;
     }
     return GoogleAuth::OtherError;
 }
 
-/** Gives the token what the answer holds; what it does not mention stays. */
+/** Copies the members of an answer into the token; other fields stay as they are. */
 void apply(GoogleToken &token, const QJsonObject &answer)
 {
     constexpr struct
@@ -81,22 +83,22 @@ void apply(GoogleToken &token, const QJsonObject &answer)
         QLatin1String key;
         void (GoogleToken::*set)(const QString &);
     } ROWS[] = {
-        { QLatin1String("access_token"), &GoogleToken::setAccessToken },
-        { QLatin1String("token_type"), &GoogleToken::setTokenType },
-        { QLatin1String("refresh_token"), &GoogleToken::setRefreshToken },
+        { "access_token"_L1, &GoogleToken::setAccessToken },
+        { "token_type"_L1, &GoogleToken::setTokenType },
+        { "refresh_token"_L1, &GoogleToken::setRefreshToken },
     };
     for (const auto &row : ROWS) {
         if (answer.contains(row.key))
             (token.*row.set)(answer[row.key].toString());
     }
-    constexpr QLatin1String EXPIRES_IN("expires_in");
+    constexpr auto EXPIRES_IN = "expires_in"_L1;
     if (answer.contains(EXPIRES_IN))
         token.setExpiresIn(saturated(answer[EXPIRES_IN].toDouble()));
 }
 
 } // namespace
 
-/** The persisted texts; interval is the only number beside them. */
+/** The persisted texts; the only other persisted field is the interval. */
 struct GoogleToken::Table
 {
     struct Row
@@ -105,12 +107,9 @@ struct GoogleToken::Table
         QString GoogleToken::*field;
     };
     static constexpr Row TEXTS[] = {
-        { QLatin1String("home"), &GoogleToken::m_homeURI },
-        { QLatin1String("cpid"), &GoogleToken::m_computerId },
-        { QLatin1String("cid"), &GoogleToken::m_clientId },
-        { QLatin1String("csec"), &GoogleToken::m_clientSecret },
-        { QLatin1String("code"), &GoogleToken::m_deviceCode },
-        { QLatin1String("rtk"), &GoogleToken::m_refreshToken },
+        { "home"_L1, &GoogleToken::m_homeURI },    { "cpid"_L1, &GoogleToken::m_computerId },
+        { "cid"_L1, &GoogleToken::m_clientId },    { "csec"_L1, &GoogleToken::m_clientSecret },
+        { "code"_L1, &GoogleToken::m_deviceCode }, { "rtk"_L1, &GoogleToken::m_refreshToken },
     };
 };
 
@@ -150,9 +149,9 @@ void GoogleToken::setExpiresIn(int seconds)
     m_expiresAt = saturated(static_cast<double>(getCurrentTimeInSec()) + seconds);
 }
 
-// On the heap for good: a thread may still ask for tokens while the process runs its destructors.
+// Never destroyed: a thread may still request tokens while the process runs its destructors.
 QString &GoogleAuth::GOOGLE_OAUTH2_GET_TOKEN =
-        *new QString(QStringLiteral("https://www.googleapis.com/oauth2/v4/token"));
+        *new QString(u"https://www.googleapis.com/oauth2/v4/token"_s);
 
 GoogleAuth::~GoogleAuth() = default;
 
@@ -179,20 +178,20 @@ try {
     const std::unique_ptr<QByteArray> body(m_client.post(request, form));
     return body ? Internal::ApplyTokenAnswer(m_token, *body, &m_lastError) : NoResponse;
 } catch (const std::exception &) {
-    return NoResponse; // out of memory, and nothing was stored
+    return NoResponse; // out of memory; the token is unchanged
 }
 
 int Internal::ApplyTokenAnswer(GoogleToken &token, const QByteArray &answer, QString *error)
 {
     const QJsonObject members = QJsonDocument::fromJson(answer).object();
-    const auto found = members.find(QLatin1String("error"));
+    const auto found = members.find("error"_L1);
     if (found != members.end()) {
         const QString word = found->toString();
         if (error != nullptr)
             *error = word;
         return errorResult(word);
     }
-    GoogleToken changed = token; // without memory, all of it or nothing
+    GoogleToken changed = token; // out of memory changes nothing
     apply(changed, members);
     token = changed;
     return GoogleAuth::Ok;

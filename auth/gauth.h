@@ -9,17 +9,15 @@ class QByteArray;
 class QJsonObject;
 
 /**
- * What is known about the computer's authorisation. Identity, credentials and refresh token are
- * kept in the configuration file; the access token and its expiry live in memory only, so that a
- * record read from the file always counts as expired.
- * A plain value: copies share nothing that a change would show through. Not safe for use by two
- * threads at once.
+ * The computer's OAuth record. The configuration file keeps identity, credentials and refresh
+ * token; the access token and its expiry are in memory only, so a record from the file counts as
+ * expired. A plain value: copies are independent. Not safe for use by two threads at once.
  */
 class GoogleToken
 {
 public:
     GoogleToken() = default;
-    /** Takes the persisted fields; what is absent or of another JSON type is empty or 0. */
+    /** Reads the persisted fields; a key that is absent or of another type gives "" or 0. */
     GoogleToken(const QJsonObject &json);
     GoogleToken(const GoogleToken &) = default;
     GoogleToken &operator=(const GoogleToken &) = default;
@@ -28,7 +26,7 @@ public:
     /** The persisted fields, all of them. */
     [[nodiscard]] QJsonObject toJson() const;
 
-    /** Whether there is no access token or its last second has come. */
+    /** Whether there is no access token or it has expired. */
     [[nodiscard]] bool isAuthTokenExpired() const;
     /** Whole seconds since 1970-01-01 UTC, in 32 bits: negative from 2038 on. */
     [[nodiscard]] int getCurrentTimeInSec() const;
@@ -41,7 +39,7 @@ public:
     void setClientSecret(const QString &clientSecret) { m_clientSecret = clientSecret; }
     [[nodiscard]] const QString &getDeviceCode() const { return m_deviceCode; }
     void setDeviceCode(const QString &deviceCode) { m_deviceCode = deviceCode; }
-    /** How long a device sign-in waits between two questions, in seconds. */
+    /** Seconds between two requests of a device sign-in. */
     [[nodiscard]] int getInterval() const { return m_interval; }
     void setInterval(int interval) { m_interval = interval; }
     [[nodiscard]] const QString &getAccessToken() const { return m_accessToken; }
@@ -58,7 +56,7 @@ public:
     [[nodiscard]] int getExpiresIn() const { return m_expiresIn; }
     /** When the access token expires, in seconds since 1970-01-01 UTC; 0 when there is none. */
     [[nodiscard]] int getExpiresAt() const { return m_expiresAt; }
-    /** Stores a lifetime that begins now, and with it the instant of expiry. */
+    /** Stores a lifetime that begins now, and the time of expiry. */
     void setExpiresIn(int seconds);
 
 private:
@@ -75,27 +73,26 @@ private:
     QString m_accessToken;
     QString m_tokenType;
     int m_expiresIn = 0;
-    // Compared with the current time, which wraps on 2038-01-19; this stays at the limit of 32 bits
-    // instead, for a token that seems to have expired is renewed, but one that never does is not.
+    // Clamped to 32 bits, while the current time wraps on 2038-01-19: a token that counts as expired
+    // too early is renewed, one that never expires is not.
     int m_expiresAt = 0;
     QString m_refreshToken;
     QString m_homeURI;
 };
 
 /**
- * Obtains access tokens for the record that it holds. Each request is one question to the token
- * endpoint, without waiting or repeating; no exception leaves it, and nothing is logged.
- * One object is for one thread at a time.
+ * Obtains access tokens for its token record. A request is one POST to the token endpoint: no
+ * polling, no retry, no exception, no log. One object is for one thread at a time.
  */
 class GoogleAuth
 {
 public:
-    /** The token endpoint's address. Assignable while no request runs; it is never destroyed. */
+    /** The token endpoint's address; never destroyed. Assign it only while no request runs. */
     static QString &GOOGLE_OAUTH2_GET_TOKEN;
 
-    /** What a request results in; all but Ok leave the token as it was. */
+    /** Result of a request; all but Ok leave the token unchanged. */
     enum Result {
-        Ok = 0, // answered; the token has taken what the answer held, which may be nothing
+        Ok = 0, // answered without an error; the token has the answer's members, if any
         NoResponse = 1,
         AuthorizationPending = 2,
         SlowDown = 3,
@@ -108,9 +105,9 @@ public:
     GoogleAuth &operator=(const GoogleAuth &) = delete;
     virtual ~GoogleAuth();
 
-    /** Trades the token's device code for an access token; returns a Result. */
+    /** Requests an access token with the device code; returns a Result. */
     [[nodiscard]] int getTokenByAuthCode();
-    /** Trades the token's refresh token for an access token; returns a Result. */
+    /** Requests an access token with the refresh token; returns a Result. */
     [[nodiscard]] int getTokenByRefreshToken();
 
     [[nodiscard]] GoogleToken &getToken() { return m_token; }
@@ -118,15 +115,17 @@ public:
     void setToken(const GoogleToken &token) { m_token = token; }
     [[nodiscard]] bool isAuthTokenExpired() const { return m_token.isAuthTokenExpired(); }
 
-    /** The "error" word of the last answer, which OtherError leaves open; empty when it had none. */
+    /** The "error" word of the last answer; empty if it had none. */
     [[nodiscard]] const QString &lastError() const { return m_lastError; }
-    /** The HTTP status of the last answer; 0 when there was none. */
+    /** HTTP status of the last answer; 0 if there was none. */
     [[nodiscard]] long lastStatus() const { return m_client.lastStatus(); }
-    /** Why there was no answer, for a person; empty when there was one. */
+    /** Why there was no answer, in libcurl's words; empty if there was one. */
     [[nodiscard]] const char *lastFailure() const { return m_client.lastError(); }
 
-    /** Ends the request in progress without an answer, and every later one. For any thread. */
+    /** Ends the request in progress, and every later one, with NoResponse. For any thread. */
     void cancel() noexcept { m_client.cancel(); }
+    /** Ends the effect of cancel(); by the owner, while no request runs. */
+    void resume() noexcept { m_client.resume(); }
 
 private:
     int requestToken(const char *grantName, const QString &grant, const char *grantType);
@@ -139,8 +138,8 @@ private:
 namespace Internal {
 
 /**
- * The Result of a request that was answered with `answer`; Ok gives it to `token`, anything else
- * its "error" word to `error`, unless that is null.
+ * The Result that `answer` stands for. Ok stores its members in `token`; an error stores its word
+ * in `error`, unless that is null.
  */
 [[nodiscard]] int ApplyTokenAnswer(GoogleToken &token, const QByteArray &answer,
                                    QString *error = nullptr);

@@ -11,14 +11,11 @@ function(pelcloud_configure_target target)
   target_compile_options(${target} PRIVATE
     -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wunused-const-variable
     $<$<BOOL:${PELCLOUD_WERROR}>:-Werror>)
-  set(slowness 1) # time limits grow with what a sanitizer costs
   if(PELCLOUD_SANITIZE)
-    set(slowness 5)
     target_compile_options(${target} PRIVATE
       -fsanitize=${PELCLOUD_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
     target_link_options(${target} PRIVATE -fsanitize=${PELCLOUD_SANITIZE})
   endif()
-  target_compile_definitions(${target} PRIVATE PELCLOUD_SLOWNESS=${slowness})
 endfunction()
 
 # pelcloud_add_test(NAME SOURCES... [LIBRARIES lib...] [PREFIX text] [PROPERTIES name value...]): a GoogleTest program

@@ -19,17 +19,20 @@
 
 namespace {
 
-/** The installation directory, for as long as the fuzzer runs. */
-std::string directory()
+/** The installation directory while the fuzzer runs. */
+class InstallationDirectory
 {
-    static const struct Made
+public:
+    InstallationDirectory()
     {
-        std::string path = std::filesystem::temp_directory_path() / "pelcloud-fuzz-XXXXXX";
-        Made() { FUZZ_CHECK(mkdtemp(path.data()) != nullptr); }
-        ~Made() { std::filesystem::remove_all(path); }
-    } made;
-    return made.path + '/';
-}
+        FUZZ_CHECK(mkdtemp(m_path.data()) != nullptr);
+        SetPelorinPath(m_path);
+    }
+    ~InstallationDirectory() { std::filesystem::remove_all(m_path); }
+
+private:
+    std::string m_path = std::filesystem::temp_directory_path() / "pelcloud-fuzz-XXXXXX";
+};
 
 class Client : public PelCloudClient
 {
@@ -69,14 +72,9 @@ void checkTaken(Client &client, const QJsonObject &object)
 
 } // namespace
 
-// The linker takes this one for the library's, which would name the directory of the program.
-std::string GetPelorinPath()
-{
-    return directory();
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
+    static const InstallationDirectory directory;
     const QByteArray bytes(reinterpret_cast<const char *>(data), static_cast<qsizetype>(size));
     std::ofstream(GetPelorinPath() + "pelcloud.json", std::ios::binary)
             .write(bytes.data(), bytes.size());

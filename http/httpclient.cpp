@@ -4,6 +4,7 @@
 #include "support/version.h"
 
 #include <algorithm>
+#include <bit>
 #include <concepts>
 #include <csignal>
 #include <cstring>
@@ -19,13 +20,12 @@ namespace {
 constexpr bool VERIFY_TLS = PELCLOUD_VERIFY_TLS;
 constexpr char USER_AGENT[] = "pelcloud/" PELCLOUD_VERSION;
 
-// Slower than this, in bytes a second, a transfer stands still.
-constexpr long STANDSTILL = 1;
+constexpr long MIN_SPEED = 1; // bytes a second
 
-// A transfer as a whole may take this many times what it may stand still.
-constexpr long PATIENCE_WITH_TRICKLE = 10;
+// The timeout of a whole request, in timeouts of a stalled one.
+constexpr long TOTAL_TIMEOUT_FACTOR = 10;
 
-// Not every libcurl guards its own count of users.
+// libcurl's own reference count is not thread-safe in every build.
 std::mutex libraryMutex;
 
 struct FreeHeaders
@@ -34,14 +34,24 @@ struct FreeHeaders
 };
 using HeaderList = std::unique_ptr<curl_slist, FreeHeaders>;
 
-/** Sets options of a handle one after the other; after one has failed, no further one. */
+bool append(HeaderList &list, const char *line)
+{
+    curl_slist *const longer = curl_slist_append(list.get(), line);
+    if (longer == nullptr)
+        return false;
+    static_cast<void>(list.release()); // is part of `longer`
+    list.reset(longer);
+    return true;
+}
+
+/** Sets options in order; stops at the first failure. */
 class Options
 {
 public:
     explicit Options(CURL *handle)
         : m_handle(handle)
     {}
-    // libcurl takes its arguments untyped and reads a long where it wants a number.
+    // curl_easy_setopt() is variadic and reads every number as a long.
     template <class Value>
     requires(!std::integral<Value> || sizeof(Value) == sizeof(long)) Options &set(CURLoption option,
                                                                                   Value value)
@@ -58,9 +68,9 @@ private:
 };
 
 /**
- * Keeps a SIGPIPE that the calling thread earns while this lives from being delivered. Writing to
- * a connection that the peer has closed raises it, inside the TLS library at least; libcurl itself
- * could only change the handler of the whole process, which is not ours.
+ * Blocks SIGPIPE raised by the calling thread in this scope. The TLS library raises it when it
+ * writes to a connection that the peer has closed; libcurl would have to change the handler of the
+ * whole process, which belongs to the host.
  */
 class SigPipeShield
 {
@@ -74,9 +84,9 @@ public:
     }
     ~SigPipeShield()
     {
-        constexpr timespec AT_ONCE{};
+        constexpr timespec NO_WAIT{};
         if (!m_wasPending && isPending())
-            sigtimedwait(&m_pipe, nullptr, &AT_ONCE);
+            sigtimedwait(&m_pipe, nullptr, &NO_WAIT);
         pthread_sigmask(SIG_SETMASK, &m_previous, nullptr);
     }
     SigPipeShield(const SigPipeShield &) = delete;
@@ -107,8 +117,6 @@ struct HttpClient::Method
     Body body;
 };
 
-void *(*HttpClient::s_reallocate)(void *, std::size_t) = std::realloc;
-
 HttpClient::Library::Library()
 {
     const std::lock_guard lock(libraryMutex);
@@ -128,6 +136,8 @@ HttpClient::HttpClient()
 {
     if (!m_handle)
         return;
+    // A new connection replaces the one before, which may be dead.
+    const CURLMcode limited = curl_multi_setopt(m_transfers.get(), CURLMOPT_MAXCONNECTS, 1L);
     const CURLcode result = Options(m_handle.get())
                                     .set(CURLOPT_SSL_VERIFYPEER, VERIFY_TLS ? 1L : 0L)
                                     .set(CURLOPT_SSL_VERIFYHOST, VERIFY_TLS ? 2L : 0L)
@@ -140,14 +150,23 @@ HttpClient::HttpClient()
                                     .set(CURLOPT_USERAGENT, USER_AGENT)
                                     .set(CURLOPT_NOSIGNAL, 1L)
                                     .set(CURLOPT_QUICK_EXIT, 1L) // no wait for a name server
+                                    .set(CURLOPT_PROXY_SSL_VERIFYPEER, VERIFY_TLS ? 1L : 0L)
+                                    .set(CURLOPT_PROXY_SSL_VERIFYHOST, VERIFY_TLS ? 2L : 0L)
+                                    // One request at a time gains nothing by HTTP/2, whose
+                                    // connections stay in use after a request has timed out.
+                                    .set(CURLOPT_HTTP_VERSION, long(CURL_HTTP_VERSION_1_1))
+                                    .set(CURLOPT_TCP_KEEPALIVE, 1L)
+                                    .set(CURLOPT_SEEKFUNCTION, &rewinder)
+                                    .set(CURLOPT_SEEKDATA, &m_upload)
+                                    .set(CURLOPT_ERRORBUFFER, m_errorText)
                                     .result();
-    if (result != CURLE_OK)
+    if (result != CURLE_OK || limited != CURLM_OK)
         m_handle.reset();
 }
 
 HttpClient::~HttpClient()
 {
-    const SigPipeShield shield; // connections say good-bye
+    const SigPipeShield shield; // TLS connections send a last message
     m_handle.reset();
     m_transfers.reset();
 }
@@ -164,7 +183,7 @@ QByteArray *HttpClient::post(const HttpRequest &request, const QByteArray &data)
 
 QByteArray *HttpClient::put(const HttpRequest &request, const QByteArray &data)
 {
-// CURLOPT_UPLOAD alone would do for a libcurl of today.
+// Newer versions of libcurl need CURLOPT_UPLOAD only.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
     return exchange({ 1, CURLOPT_PUT, Method::Body::Upload }, request, data);
@@ -176,24 +195,26 @@ QByteArray *HttpClient::del([[maybe_unused]] const HttpRequest &request)
     return nullptr;
 }
 
-/** The one place where libcurl's results become ours: a body or null. */
+/** Turns libcurl's result into a body or null. */
 QByteArray *HttpClient::exchange(const Method &method, const HttpRequest &request,
                                  const QByteArray &data)
 {
     m_response.bytes.reset(static_cast<char *>(std::calloc(1, 1)));
-    m_lastResult = m_handle ? CURLE_OUT_OF_MEMORY : CURLE_FAILED_INIT;
     m_lastStatus = 0;
+    m_errorText[0] = '\0';
+    CURLcode result = m_handle ? CURLE_OUT_OF_MEMORY : CURLE_FAILED_INIT;
     QByteArray *body = nullptr;
     if (m_response.bytes && m_handle) {
         try {
-            m_lastResult = transfer(method, request, data);
-            if (m_lastResult == CURLE_OK)
+            result = transfer(method, request, data);
+            if (result == CURLE_OK)
                 body = new QByteArray(m_response.bytes.get(), qsizetype(m_response.size));
         } catch (const std::bad_alloc &) {
-            m_lastResult = CURLE_OUT_OF_MEMORY;
+            result = CURLE_OUT_OF_MEMORY;
         }
     }
     m_response = {};
+    m_lastResult = result;
     return body;
 }
 
@@ -202,25 +223,31 @@ CURLcode HttpClient::transfer(const Method &method, const HttpRequest &request,
 {
     const QByteArray url = request.url().toLatin1();
     curl_slist *list = nullptr;
-    if (!setHeaders(&list, request))
+    if (const CURLcode refusal = setHeaders(&list, request); refusal != CURLE_OK) {
+        if (refusal == CURLE_BAD_FUNCTION_ARGUMENT)
+            std::strcpy(m_errorText, "Header with a line break or NUL");
+        return refusal;
+    }
+    HeaderList headers(list);
+    if (!append(headers, "Expect:")) // stops libcurl from asking for a go-ahead
         return CURLE_OUT_OF_MEMORY;
-    const HeaderList headers(list);
 
     Options options(m_handle.get());
     options.set(CURLOPT_UPLOAD, method.upload)
             .set(method.option, 1L)
             .set(CURLOPT_URL, url.constData())
-            .set(CURLOPT_HTTPHEADER, headers.get());
+            .set(CURLOPT_HTTPHEADER, headers.get())
+            .set(CURLOPT_FRESH_CONNECT, m_lastResult == CURLE_OK ? 0L : 1L);
     if (method.body == Method::Body::Fields) {
         options.set(CURLOPT_POSTFIELDS, data.constData())
                 .set(CURLOPT_POSTFIELDSIZE, static_cast<long>(data.size()));
     } else if (method.body == Method::Body::Upload) {
-        m_upload = { data.constData(), static_cast<std::size_t>(data.size()) };
+        m_upload = { data.constData(), static_cast<std::size_t>(data.size()), data.constData() };
         options.set(CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(data.size()));
     }
     options.set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(m_timeout))
-            .set(CURLOPT_TIMEOUT_MS, PATIENCE_WITH_TRICKLE * static_cast<long>(m_timeout))
-            .set(CURLOPT_LOW_SPEED_LIMIT, STANDSTILL)
+            .set(CURLOPT_TIMEOUT_MS, TOTAL_TIMEOUT_FACTOR * static_cast<long>(m_timeout))
+            .set(CURLOPT_LOW_SPEED_LIMIT, MIN_SPEED)
             .set(CURLOPT_LOW_SPEED_TIME,
                  static_cast<long>(std::max<std::int64_t>(1, m_timeout / 1000)));
 
@@ -232,13 +259,13 @@ CURLcode HttpClient::transfer(const Method &method, const HttpRequest &request,
     if (result == CURLE_OK && m_handle)
         curl_easy_getinfo(m_handle.get(), CURLINFO_RESPONSE_CODE, &m_lastStatus);
 
-    // Headers and data end with this call; a handle that cannot let go of them is not used again.
+    // Headers and data end with this call; a handle that still refers to them is not used again.
     m_upload = {};
     if (!m_handle)
         return result;
-    Options letGo(m_handle.get());
-    letGo.set(CURLOPT_HTTPHEADER, nullptr).set(CURLOPT_POSTFIELDS, nullptr);
-    if (letGo.result() != CURLE_OK)
+    Options reset(m_handle.get());
+    reset.set(CURLOPT_HTTPHEADER, nullptr).set(CURLOPT_POSTFIELDS, nullptr);
+    if (reset.result() != CURLE_OK)
         m_handle.reset();
     return result;
 }
@@ -246,7 +273,7 @@ CURLcode HttpClient::transfer(const Method &method, const HttpRequest &request,
 /** What curl_easy_perform() does, except that cancel() ends the wait at once. */
 CURLcode HttpClient::perform()
 {
-    constexpr int LONGEST_WAIT_MS = 1000;
+    constexpr int MAX_WAIT_MS = 500; // even if there is no descriptor for the wake-up
     if (curl_multi_add_handle(m_transfers.get(), m_handle.get()) != CURLM_OK)
         return CURLE_FAILED_INIT;
     CURLMcode state = CURLM_OK;
@@ -256,7 +283,7 @@ CURLcode HttpClient::perform()
         if (running == 0)
             break;
         if (state == CURLM_OK)
-            state = curl_multi_poll(m_transfers.get(), nullptr, 0, LONGEST_WAIT_MS, nullptr);
+            state = curl_multi_poll(m_transfers.get(), nullptr, 0, MAX_WAIT_MS, nullptr);
     }
     int left = 0;
     const CURLMsg *const done = curl_multi_info_read(m_transfers.get(), &left);
@@ -273,7 +300,9 @@ bool HttpClient::verifiesTls() noexcept
 
 const char *HttpClient::lastError() const
 {
-    return m_lastResult == CURLE_OK ? "" : curl_easy_strerror(m_lastResult);
+    if (m_lastResult == CURLE_OK)
+        return "";
+    return m_errorText[0] != '\0' ? m_errorText : curl_easy_strerror(m_lastResult);
 }
 
 void HttpClient::cancel() noexcept
@@ -296,19 +325,33 @@ std::size_t HttpClient::reader(void *ptr, std::size_t size, std::size_t nmemb,
     return count;
 }
 
+int HttpClient::rewinder(void *userdata, curl_off_t offset, int origin) noexcept
+{
+    if (offset != 0 || origin != SEEK_SET)
+        return CURL_SEEKFUNC_CANTSEEK;
+    auto &source = *static_cast<UploadSource *>(userdata);
+    source.left += static_cast<std::size_t>(source.next - source.begin);
+    source.next = source.begin;
+    return CURL_SEEKFUNC_OK;
+}
+
 std::size_t HttpClient::writer(void *ptr, std::size_t size, std::size_t nmemb,
                                void *userdata) noexcept
 {
     auto &buffer = *static_cast<ResponseBuffer *>(userdata);
-    const std::size_t room = MAX_ANSWER - std::min(buffer.size, MAX_ANSWER);
-    if (nmemb != 0 && size > room / nmemb)
+    const std::size_t allowed = MAX_ANSWER - std::min(buffer.size, MAX_ANSWER);
+    if (nmemb != 0 && size > allowed / nmemb)
         return 0;
     const std::size_t count = size * nmemb;
-    void *grown = s_reallocate(buffer.bytes.get(), buffer.size + count + 1);
-    if (grown == nullptr)
-        return 0;
-    static_cast<void>(buffer.bytes.release()); // went into `grown`
-    buffer.bytes.reset(static_cast<char *>(grown));
+    // Doubles the room: a long answer is not copied for each of its pieces.
+    const std::size_t room = std::bit_ceil(buffer.size + count + 1);
+    if (!buffer.bytes || room != std::bit_ceil(buffer.size + 1)) {
+        void *const grown = std::realloc(buffer.bytes.get(), room);
+        if (grown == nullptr)
+            return 0;
+        static_cast<void>(buffer.bytes.release()); // is now `grown`
+        buffer.bytes.reset(static_cast<char *>(grown));
+    }
     if (count > 0)
         std::memcpy(buffer.bytes.get() + buffer.size, ptr, count);
     buffer.size += count;
@@ -325,18 +368,17 @@ std::size_t HttpClient::headCounter(void *, std::size_t size, std::size_t nmemb,
     return buffer.head <= MAX_HEAD ? count : 0;
 }
 
-bool HttpClient::setHeaders(curl_slist **list, const HttpRequest &request)
+CURLcode HttpClient::setHeaders(curl_slist **list, const HttpRequest &request)
 {
     *list = nullptr;
     HeaderList headers;
     for (const QByteArray &name : request.rawHeaderList()) {
         const QByteArray line = name + ": " + request.rawHeader(name);
-        curl_slist *longer = curl_slist_append(headers.get(), line.constData());
-        if (longer == nullptr)
-            return false;
-        static_cast<void>(headers.release()); // went into `longer`
-        headers.reset(longer);
+        if (line.contains('\r') || line.contains('\n') || line.contains('\0'))
+            return CURLE_BAD_FUNCTION_ARGUMENT;
+        if (!append(headers, line.constData()))
+            return CURLE_OUT_OF_MEMORY;
     }
     *list = headers.release();
-    return true;
+    return CURLE_OK;
 }

@@ -13,28 +13,27 @@ class HttpRequest;
 class QByteArray;
 
 /**
- * A synchronous HTTP client. It owns one libcurl handle, whose connections are kept alive and
- * reused by all its requests; nothing else of one request shows in the next.
+ * A synchronous HTTP/1.1 client. It owns one libcurl handle and one connection, which it keeps open
+ * from request to request; after a failed request the next one opens a new connection.
  *
  * get(), post() and put() wait for the answer and return its body, possibly empty, in a new byte
- * array that the caller owns. The status is not looked at: the page of a 404 or a redirection is a
- * body like any other. Null means that there was no complete answer (name, connection, TLS,
- * transfer or memory); nothing is logged.
+ * array that the caller owns, whatever the status: redirects are not followed. Null means that the
+ * request cannot be sent or has no complete answer (name, connection, TLS, transfer, memory);
+ * nothing is logged. Only a request that finds its kept connection closed is sent again. The body
+ * is sent with the head, without waiting for a go-ahead from the server.
  *
- * Connecting takes 30 seconds at most, a transfer that moves less than a byte a second for as long
- * is ended, and so is one that has not come to its end within five minutes or whose answer is
- * longer than MAX_ANSWER, or its head than MAX_HEAD. Unless the build was configured with
- * PELCLOUD_VERIFY_TLS, whoever answers an HTTPS address is believed (see docs/security.md).
- * Proxies come from the environment, as libcurl reads it.
+ * A request fails if connecting takes 30 seconds, if less than a byte a second moves for 30
+ * seconds, if it takes five minutes in all, or if the answer exceeds MAX_ANSWER or MAX_HEAD.
+ * Certificates of servers and of https: proxies are verified only in a build with
+ * PELCLOUD_VERIFY_TLS (see docs/security.md). libcurl reads the proxies from the environment.
  *
- * Clients may be created, used and destroyed on any threads at once, but one client is for one
- * thread at a time. No signal handler of the process is touched, and none is run by a connection
- * that breaks.
+ * Different clients may be used by different threads at once; one client is for one thread at a
+ * time. The process's signal handlers are neither changed nor run: SIGPIPE is blocked.
  */
 class HttpClient
 {
 public:
-    static constexpr std::size_t MAX_ANSWER = 16U << 20U; // bytes
+    static constexpr std::size_t MAX_ANSWER = 64U << 20U; // bytes
     static constexpr std::size_t MAX_HEAD = 1U << 20U;
 
     HttpClient();
@@ -45,62 +44,69 @@ public:
     [[nodiscard]] QByteArray *get(const HttpRequest &request);
     [[nodiscard]] QByteArray *post(const HttpRequest &request, const QByteArray &data);
     [[nodiscard]] QByteArray *put(const HttpRequest &request, const QByteArray &data);
-    /** Sends nothing and returns null: no service that is in use deletes anything. */
+    /** Sends nothing and returns null: the cloud has no DELETE requests. */
     QByteArray *del(const HttpRequest &request);
 
-    /** Whether this build believes only servers with a good certificate. */
+    /** Whether server certificates are verified. */
     [[nodiscard]] static bool verifiesTls() noexcept;
 
-    /** The status of the last request's answer, 200 for example; 0 when there was no answer. */
+    /** HTTP status of the last answer, 200 for example; 0 if there was none. */
     [[nodiscard]] long lastStatus() const { return m_lastStatus; }
-    /** Why the last request gave null, in libcurl's words; empty when it did not. */
+    /** Why the last request returned null, in libcurl's words; empty if it did not. */
     [[nodiscard]] const char *lastError() const;
 
-    /** Ends the request in progress with null, and every later one at once. For any thread. */
+    /** Makes the request in progress, and every later one, return null at once. For any thread. */
     void cancel() noexcept;
+    /** Ends the effect of cancel(); by the owner, while no request runs. */
+    void resume() noexcept { m_cancelled = false; }
 
-    /** What is still to be sent; reader()'s user data. */
+    /** The rest of a body to send; user data of reader() and rewinder(). */
     struct UploadSource
     {
         const char *next = nullptr;
         std::size_t left = 0;
+        const char *begin = nullptr; // of the whole body
     };
 
     struct Free
     {
         void operator()(char *bytes) const noexcept { std::free(bytes); }
     };
-    /** What has arrived; writer()'s user data. A NUL stands behind the last byte. */
+    /** The response so far; user data of writer() and headCounter(). */
     struct ResponseBuffer
     {
-        std::unique_ptr<char, Free> bytes; // from malloc()
-        std::size_t size = 0;              // without the NUL
-        std::size_t head = 0;              // bytes of headers so far, which are not kept
+        // From malloc(), with a NUL behind the last byte. The room is the next power of two.
+        std::unique_ptr<char, Free> bytes;
+        std::size_t size = 0; // without the NUL
+        std::size_t head = 0; // bytes of headers, which are not kept
     };
 
-    // libcurl's callbacks: `size` x `nmemb` bytes at `ptr`, `userdata` as said above.
+    // libcurl's callbacks; those for data get `size` x `nmemb` bytes at `ptr`.
 
-    /** Hands out the next bytes of the upload source; 0 once it is empty. */
+    /** Copies the next bytes of the upload source; 0 at its end. */
     static std::size_t reader(void *ptr, std::size_t size, std::size_t nmemb,
                               void *userdata) noexcept;
-    /** Adds to the response; 0, with the response as it was, when there is no room for it. */
+    /** Rewinds the upload source, so that libcurl can send it again on another connection. */
+    static int rewinder(void *userdata, curl_off_t offset, int origin) noexcept;
+    /** Appends to the response; 0 without memory or beyond MAX_ANSWER, the response unchanged. */
     static std::size_t writer(void *ptr, std::size_t size, std::size_t nmemb,
                               void *userdata) noexcept;
-    /** Counts a line of the response's head, with the same user data; 0 when there are too many. */
+    /** Counts a line of the response's head; 0 beyond MAX_HEAD. */
     static std::size_t headCounter(void *ptr, std::size_t size, std::size_t nmemb,
                                    void *userdata) noexcept;
 
     /**
-     * The request's headers, a "name: value" each, as a new list that the caller frees; null for
-     * none. Returns false, with a null list, when there is no memory.
+     * Makes a list of the request's own headers, "name: value" each, that the caller frees. On
+     * failure it is null: CURLE_OUT_OF_MEMORY, or CURLE_BAD_FUNCTION_ARGUMENT if a name or value
+     * has a line break or a NUL, since the rest of it would be a header of its own or be lost.
      */
-    static bool setHeaders(curl_slist **list, const HttpRequest &request);
+    static CURLcode setHeaders(curl_slist **list, const HttpRequest &request);
 
 private:
-    friend struct HttpClientProbe; // tests shorten the time-out and let allocations fail
+    friend struct HttpClientProbe; // tests shorten the timeout and trust a certificate
     struct Method;
 
-    /** One use of libcurl as a whole, which counts them and winds itself up after the last. */
+    /** A reference to libcurl's global state. */
     class Library
     {
     public:
@@ -127,16 +133,15 @@ private:
     CURLcode transfer(const Method &method, const HttpRequest &request, const QByteArray &data);
     CURLcode perform();
 
-    static void *(*s_reallocate)(void *, std::size_t);
-
     std::int64_t m_timeout = 30000; // milliseconds
     UploadSource m_upload;
-    ResponseBuffer m_response; // holds something only during a request
+    ResponseBuffer m_response; // empty between requests
     Library m_library;
-    std::unique_ptr<CURLM, CleanupTransfers> m_transfers; // holds the connections
-    std::unique_ptr<CURL, Cleanup> m_handle;              // null: every request returns null
+    std::unique_ptr<CURLM, CleanupTransfers> m_transfers; // keeps the connection
+    std::unique_ptr<CURL, Cleanup> m_handle;              // null: every request fails
     std::atomic<bool> m_cancelled = false;
     CURLcode m_lastResult = CURLE_OK;
+    char m_errorText[CURL_ERROR_SIZE] = ""; // libcurl's, of the last request
     long m_lastStatus = 0;
 };
 

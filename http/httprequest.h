@@ -9,10 +9,9 @@
 class QUrl;
 
 /**
- * An address and the headers to send to it. A header's name is held once and compared byte by
- * byte; headers leave in the byte order of their names, whatever the order in which they were set.
- * A plain value: copies share nothing that a change would show through. Not safe for use by two
- * threads at once.
+ * An address and the headers to send. Names are unique and case-sensitive; headers are sent in the
+ * byte order of their names, whatever the order in which they were set. A plain value: copies are
+ * independent. Not safe for use by two threads at once.
  */
 class HttpRequest
 {
@@ -25,14 +24,14 @@ public:
 
     // The order of the virtual functions is part of the interface.
     virtual ~HttpRequest();
-    /** The address as QUrl::toString() words it. */
+    /** The address as QUrl::toString() returns it. */
     [[nodiscard]] virtual QString url() const;
     /** The names, in the order in which the headers are sent. */
     [[nodiscard]] virtual QList<QByteArray> rawHeaderList() const;
-    /** The value, empty when there is no such header. */
+    /** The value; empty if there is no such header. */
     [[nodiscard]] virtual QByteArray rawHeader(const QByteArray &name) const;
     virtual void setUrl(const QUrl &url);
-    /** Adds a header or replaces the value of the one with that name. */
+    /** Adds a header or replaces its value. */
     virtual void setRawHeader(const QByteArray &name, const QByteArray &value);
 
 private:

@@ -8,14 +8,14 @@
 #include <QString>
 
 /**
- * Logging as the rest of the system uses it: a message goes to the file of its module. May be
- * called from any thread at any time; never reports an error.
+ * Logging functions for the rest of the system: a message is written to the log file of its module.
+ * Any thread may call them at any time. They never report an error.
  */
 namespace QLogger {
 
 /**
- * Writes `message` into the log of `module` if `level` is at least that log's own level. A message
- * for a module without a destination is lost.
+ * Writes `message` to the log of `module` if `level` is at least that log's level. A message for a
+ * module without a destination is lost.
  */
 void QLog_(const QString &module, LogLevel level, const QString &message);
 

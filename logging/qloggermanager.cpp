@@ -2,30 +2,19 @@
 
 #include "logging/qloggerwriter.h"
 
-#include <array>
 #include <cstddef>
 #include <cstdlib>
 #include <mutex>
 
 namespace QLogger {
 
-namespace {
-
-// In the order of LogLevel.
-constexpr std::array<const char *, 6> LEVEL_TEXTS{
-    "Trace", "Debug", "Info", "Warning", "Error", "Fatal",
-};
-static_assert(LEVEL_TEXTS.size() == static_cast<std::size_t>(LogLevel::Fatal) + 1);
-
-} // namespace
-
 QLoggerManager *QLoggerManager::INSTANCE = nullptr;
 
 QLoggerManager *QLoggerManager::getInstance()
 {
-    static std::once_flag created;
-    std::call_once(created, [] { INSTANCE = new QLoggerManager; });
-    return INSTANCE;
+    // Never destroyed: other threads may log while exit() runs.
+    static auto &instance = *(INSTANCE = new QLoggerManager);
+    return &instance;
 }
 
 bool QLoggerManager::addDestination(const QString &fileDest, const QStringList &modules,
@@ -44,14 +33,14 @@ bool QLoggerManager::addDestination(const QString &fileDest, const QStringList &
 
 QString QLoggerManager::levelToText(const LogLevel &level)
 {
-    const auto index = static_cast<std::size_t>(level); // a negative value becomes a huge one
-    return index < LEVEL_TEXTS.size() ? QString::fromLatin1(LEVEL_TEXTS[index]) : QString();
+    const auto index = static_cast<std::size_t>(level); // a negative value becomes a very large one
+    return index < LOG_LEVEL_NAMES.size() ? QString::fromLatin1(LOG_LEVEL_NAMES[index]) : QString();
 }
 
 void QLoggerManager::closeLogger()
 {
-    // The host asked to be ended. No lock is taken: another thread may hold it for long.
-    std::exit(0); // NOLINT(concurrency-mt-unsafe): meant to end the other threads too
+    // Takes no lock: another thread may hold it for long.
+    std::exit(0); // NOLINT(concurrency-mt-unsafe): ends the other threads on purpose
 }
 
 } // namespace QLogger

@@ -16,20 +16,20 @@ namespace QLogger {
 class QLoggerWriter;
 
 /**
- * Knows which module logs into which file: one for the whole process, from its first use until the
- * process ends. Destinations are added and never removed. The writers are never deleted, so that a
- * pointer to one stays good. Any thread may call anything at any time.
+ * Maps modules to log files. The process has one manager, from first use until the process ends.
+ * Destinations are never removed and writers never deleted, so a pointer to a writer stays valid.
+ * Any thread may call anything at any time.
  */
 class QLoggerManager : public QObject
 {
 public:
-    /** The only one; created, without any destination, by the first call. */
+    /** The only manager. The first call creates it, without destinations. */
     static QLoggerManager *getInstance();
 
     /**
-     * Gives the first of `modules` that has no destination yet a writer of its own for the file
-     * `fileDest`, and only that one: several modules take several calls. False, with nothing
-     * changed, when each of them had one already.
+     * Creates a writer to the file `fileDest` for the first of `modules` that has no destination,
+     * and for that one only: several modules need several calls. False, with nothing changed, when
+     * each already has one.
      */
     bool addDestination(const QString &fileDest, const QStringList &modules, LogLevel level);
 
@@ -41,12 +41,12 @@ public:
         return m_moduleDestinations.value(module);
     }
 
-    /** The level's name as log lines show it; empty for a value that is no level. */
+    /** The level's name as in log lines; empty for a value that is not a level. */
     [[nodiscard]] static QString levelToText(const LogLevel &level);
 
     /**
-     * Ends the whole process with exit(0), at once: other threads may be logging and are not waited
-     * for.
+     * Ends the whole process with exit(0) at once. Does not wait for other threads, which may be
+     * logging.
      */
     [[noreturn]] void closeLogger();
 

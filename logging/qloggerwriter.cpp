@@ -14,6 +14,8 @@
 #include <mutex>
 #include <string>
 
+using namespace Qt::StringLiterals;
+
 namespace QLogger {
 
 namespace {
@@ -22,7 +24,7 @@ constexpr qint64 LARGEST_SIZE_KEPT = 1048575; // bytes; one more is 1 MiB
 
 /**
  * One lock for all writers, since two of them may share a file. Never destroyed: other threads may
- * still be logging while exit() takes the process down.
+ * log while exit() runs.
  */
 std::mutex &writeLock()
 {
@@ -30,7 +32,7 @@ std::mutex &writeLock()
     return lock;
 }
 
-/** Opening in order to append seeks, of which Qt warns on stderr where the "file" is a device. */
+/** Does not seek in devices: opening for append seeks, and Qt then warns on stderr. */
 class LogFile : public QFile
 {
 public:
@@ -38,15 +40,15 @@ public:
     bool seek(qint64 offset) override { return isSequential() || QFile::seek(offset); }
 };
 
-/** Every message sees to it that the directory is there; nothing is ever put into it here. */
+/** Called for every message, although nothing here writes to the directory. */
 void createLogsDirectory()
 {
-    const QString name = QStringLiteral("logs");
+    const QString name = u"logs"_s;
     if (!QFile::exists(name))
         QDir().mkdir(name);
 }
 
-/** "31-12-2024 23:59:59.999". QDateTime would work its way through a format for each line. */
+/** "31-12-2024 23:59:59.999". QDateTime would parse a format for each line. */
 QString timeStamp(const QDateTime &at)
 {
     const QDate date = at.date();
@@ -67,7 +69,7 @@ QString timeStamp(const QDateTime &at)
     return QString::fromStdString(text);
 }
 
-/** The name under which a full log file now lies; empty when it was not full or did not move. */
+/** Moves a full log file and returns its new name; empty when it is not full or did not move. */
 QString rotate(const QString &fileDestination)
 {
     if (QFileInfo(fileDestination).size() <= LARGEST_SIZE_KEPT)
@@ -82,10 +84,7 @@ QString rotatedName(const QString &fileDestination, const QDateTime &at)
 {
     // Without any "." the index is -1, and left() takes everything.
     const QString base = fileDestination.left(fileDestination.lastIndexOf(u'.'));
-    return base
-           + QStringLiteral("_%1__%2.log")
-                     .arg(at.toString(QStringLiteral("dd_MM_yy")),
-                          at.toString(QStringLiteral("hh_mm_ss")));
+    return base + u"_%1__%2.log"_s.arg(at.toString(u"dd_MM_yy"_s), at.toString(u"hh_mm_ss"_s));
 }
 
 QLoggerWriter::QLoggerWriter(const QString &fileDestination, LogLevel level)
@@ -99,7 +98,7 @@ void QLoggerWriter::write(const QString &module, const QString &message)
     const std::lock_guard guard(writeLock());
     try {
         createLogsDirectory();
-        if (!m_fileDestination.isEmpty()) // no file has this name, and Qt would warn of it
+        if (!m_fileDestination.isEmpty()) // not a file name; Qt would warn about it
             append(module, message);
     } catch (const std::exception &) {
         // Out of memory. Callers log from their own exception handlers: the message is lost.
@@ -116,11 +115,11 @@ void QLoggerWriter::append(const QString &module, const QString &message) const
     const QString now = timeStamp(QDateTime::currentDateTime());
     QString text;
     if (!previous.isEmpty())
-        text = QStringLiteral("%1 - Previous log %2\n").arg(now, previous);
-    text += QStringLiteral("[%1] [%2] {%3} %4\n")
-                    .arg(now, QLoggerManager::levelToText(getLogLevel()), module, message);
-    // As one piece, which reaches the file in one write. Encoded as a text stream encodes, but without
-    // the stream, which does not survive a lack of memory while it connects itself to the file.
+        text = u"%1 - Previous log %2\n"_s.arg(now, previous);
+    text += u"[%1] [%2] {%3} %4\n"_s.arg(now, QLoggerManager::levelToText(getLogLevel()), module,
+                                         message);
+    // Both lines in one write. Not through QTextStream, which crashes when it runs out of memory
+    // while it attaches to the file; the encoding is the same.
     QStringEncoder encoder(QStringEncoder::Utf8);
     file.write(encoder(text));
 }

@@ -13,30 +13,30 @@ class QDateTime;
 namespace QLogger {
 
 /**
- * Appends lines to one log file and moves the file aside when it has reached 1 MiB. Nothing stays
- * open or in memory between two messages: a line is on disk when write() returns, and the file may
- * be moved or removed from outside at any time.
+ * Appends lines to one log file and rotates the file at 1 MiB. Keeps nothing open or in memory
+ * between messages: a line is on disk when write() returns, and other programs may move or remove
+ * the file at any time.
  *
- * Any thread may call anything at any time. No operation reports an error, and write() throws
- * nothing: a message that cannot be written is lost.
+ * Any thread may call anything at any time. No operation reports an error; write() throws nothing
+ * and loses a message that it cannot write.
  */
 class QLoggerWriter : public QObject
 {
     Q_OBJECT
 
 public:
-    /** `fileDestination` is the log file's path; `level` the least that the callers should write. */
+    /** `fileDestination` is the log file's path, `level` the minimum that callers should write. */
     QLoggerWriter(const QString &fileDestination, LogLevel level);
 
     /**
-     * Appends the line "[date time] [level] {module} message" whatever the level; the level shown
-     * is the writer's own. A file of 1 MiB is first moved to its rotated name, and the new one
-     * begins with a line that names it; when it cannot be moved it grows on, and the next message
-     * tries again. Creates a directory "logs" in the working directory if that has no such entry.
+     * Appends the line "[date time] [level] {module} message", with the writer's own level, without
+     * comparing levels. First renames a file of 1 MiB to its rotated name; the new file begins with
+     * a line that states that name. If the rename fails, the file grows and the next message
+     * retries. Creates a directory "logs" in the working directory unless an entry has that name.
      */
     void write(const QString &module, const QString &message);
 
-    /** Holds from the next message on. */
+    /** Takes effect with the next message. */
     void setLogLevel(LogLevel level) { m_level.store(level, std::memory_order_relaxed); }
     [[nodiscard]] LogLevel getLogLevel() const { return m_level.load(std::memory_order_relaxed); }
 
@@ -48,9 +48,9 @@ private:
 };
 
 /**
- * Where a log file that has grown full at the time `at` is moved to: "/x/a.log" gives
- * "/x/a_dd_MM_yy__hh_mm_ss.log". It is cut at the last "." of the whole path, so that "/x.y/a"
- * gives "/x_dd_MM_yy__hh_mm_ss.log"; a path without a "." is kept whole.
+ * The name of a log file rotated at the time `at`: "/x/a.log" becomes
+ * "/x/a_dd_MM_yy__hh_mm_ss.log". The last "." of the whole path counts, so "/x.y/a" becomes
+ * "/x_dd_MM_yy__hh_mm_ss.log"; a path without a "." is kept whole.
  */
 [[nodiscard]] QString rotatedName(const QString &fileDestination, const QDateTime &at);
 

@@ -3,7 +3,7 @@
 
 #include "model/fields.h"
 
-// A row a field; the keys are the wire format.
+// One row per field; keys as on the wire.
 #define PELCLOUD_CAPABILITIES_FIELDS(FIELD) \
     FIELD(int, HasFamily, "hasFamily") \
     FIELD(int, HasModel, "hasModel") \
@@ -36,8 +36,8 @@
     FIELD(int, HasChangeAutonomy, "hasChangeAutonomy")
 
 /**
- * Which measurements and functions a UPS offers. Flags hold 0 or 1 and are always present, as
- * numbers. The "IC" of two keys is "Ic" in their accessors.
+ * Which measurements and functions a UPS offers. Flags hold 0 or 1. The JSON always has all of
+ * them, as numbers. "IC" in two keys is "Ic" in their accessors.
  */
 class Capabilities
 {
@@ -49,7 +49,7 @@ public:
 
     PELCLOUD_CAPABILITIES_FIELDS(PELCLOUD_FIELD_ACCESSORS)
 
-    /** Back to the values of a new record. */
+    /** Resets to the values of a new record. */
     void clear();
     /** Sets every flag to 1. */
     void all();

@@ -5,7 +5,7 @@
 
 #include <QString>
 
-// A row a field; the keys are the wire format.
+// One row per field; keys as on the wire.
 #define PELCLOUD_COMPUTER_FIELDS(FIELD) \
     FIELD(QString, Id, "id") \
     FIELD(QString, Name, "name") \
@@ -13,8 +13,8 @@
     FIELD(QString, Ver, "ver")
 
 /**
- * The identity of the monitored computer, sent once for every report. All four keys are always
- * present; a field that was never set is an empty string.
+ * The identity of the monitored computer, sent once per report. The JSON always has all four keys;
+ * a field that was never set is an empty string.
  */
 class Computer
 {
@@ -26,7 +26,7 @@ public:
 
     PELCLOUD_COMPUTER_FIELDS(PELCLOUD_FIELD_ACCESSORS)
 
-    /** Back to the values of a new record. */
+    /** Resets to the values of a new record. */
     void clear();
     [[nodiscard]] QJsonObject toJson() const;
 

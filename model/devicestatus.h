@@ -8,7 +8,7 @@
 #include "model/status.h"
 #include "model/variables.h"
 
-// A row a field; the keys are the wire format.
+// One row per field; keys as on the wire.
 #define PELCLOUD_DEVICE_STATUS_FIELDS(FIELD) \
     FIELD(Capabilities, Caps, "caps") \
     FIELD(Variables, Vars, "vars") \
@@ -18,8 +18,8 @@
     FIELD(int, FullDischargeRequired, "fullDischargeRequired", -1)
 
 /**
- * One UPS at one moment. All six keys are always present; the five records nest as objects.
- * fullDischargeRequired is 0 or 1, or -1 while it is not known.
+ * One UPS at one moment. The JSON always has all six keys; the five records are nested objects.
+ * fullDischargeRequired is 0 or 1, or -1 while unknown.
  */
 class DeviceStatus
 {

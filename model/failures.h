@@ -3,7 +3,7 @@
 
 #include "model/fields.h"
 
-// A row a field; the keys are the wire format.
+// One row per field; keys as on the wire.
 #define PELCLOUD_FAILURES_FIELDS(FIELD) \
     FIELD(int, OverTemp, "overTemp") \
     FIELD(int, Internal, "internal") \
@@ -19,8 +19,8 @@
     FIELD(int, AbnormalVBattery, "abnormalVBattery")
 
 /**
- * The failures that a UPS reports. Flags hold 0 or 1 and are always present, as numbers. The
- * cloud knows the thyristor as "tiristor".
+ * The failures that a UPS reports. Flags hold 0 or 1. The JSON always has all of them, as
+ * numbers. On the wire the thyristor is "tiristor".
  */
 class Failures
 {
@@ -32,7 +32,7 @@ public:
 
     PELCLOUD_FAILURES_FIELDS(PELCLOUD_FIELD_ACCESSORS)
 
-    /** Back to the values of a new record. */
+    /** Resets to the values of a new record. */
     void clear();
     /** Sets every flag to 1. */
     void all();

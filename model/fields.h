@@ -11,28 +11,28 @@
 #include <QJsonArray>
 #include <QJsonObject>
 #include <QJsonValue>
-#include <QLatin1String>
+#include <QLatin1StringView>
 #include <QString>
 #include <QVector>
 
 /**
- * What the records have in common. Each record names its fields once, in a list of rows
+ * The code shared by all records. Each record lists its fields once, one row per field:
  *
  *     FIELD(type, accessor stem, JSON key[, initial value])
  *
- * and the macros below turn the rows into declarations: getter and setter, member, table row.
- * Behaviour is written once, for every record, over the table. Stem and key are both literal,
- * since neither follows from the other and both must be found by a text search.
+ * The macros below turn the rows into declarations: getter and setter, member, table row. The
+ * functions below loop over the table. Stem and key are both literals, so that a text search finds
+ * both; neither follows from the other.
  *
- * Every record is a plain value: a change of a copy does not show in the original. A record is for
- * one thread at a time.
+ * Every record is a plain value: changing a copy does not change the original. Only one thread at a
+ * time may use a record.
  */
 
-/** Numbers travel by value, everything else by constant reference. */
+/** Numbers are passed by value, everything else by constant reference. */
 template <class Type>
 using FieldArgument = std::conditional_t<std::is_arithmetic_v<Type>, Type, const Type &>;
 
-// The accessors of one row: get<stem>(), set<stem>(value). Values are stored as they are given.
+// The accessors of one row: get<stem>(), set<stem>(value). Values are stored unchanged.
 #define PELCLOUD_FIELD_ACCESSORS(Type, Stem, Key, ...) \
     [[nodiscard]] FieldArgument<Type> get##Stem() const \
     { \
@@ -43,7 +43,7 @@ using FieldArgument = std::conditional_t<std::is_arithmetic_v<Type>, Type, const
         m_##Stem = value; \
     }
 
-// The member of one row, zero or empty unless the row says otherwise.
+// The member of one row; zero or empty if the row has no initial value.
 #define PELCLOUD_FIELD_MEMBER(Type, Stem, Key, ...) Type m_##Stem{ __VA_ARGS__ };
 
 // The table row of one row, inside a struct nested in the record, where `Record` names the record.
@@ -60,7 +60,7 @@ struct Field
 template <class Record, class Type>
 Field(const char *, Type Record::*) -> Field<Record, Type>;
 
-/** Whether a table has `count` rows with a key of its own each; asserted at compile time. */
+/** Whether a table has `count` rows, each with a different key; asserted at compile time. */
 template <class... Fields>
 constexpr bool hasUniqueKeys(const std::tuple<Fields...> &table, std::size_t count)
 {
@@ -69,25 +69,25 @@ constexpr bool hasUniqueKeys(const std::tuple<Fields...> &table, std::size_t cou
     return keys.size() == count && std::adjacent_find(keys.begin(), keys.end()) == keys.end();
 }
 
-// How a value goes into a record's JSON object. A record inside a record becomes a nested object;
-// samples are left out while there are none.
+// Insert a value into a record's JSON object. A record inside a record becomes a nested object; an
+// empty sample sequence is left out.
 
-inline void insertField(QJsonObject &object, QLatin1String key, int value)
+inline void insertField(QJsonObject &object, QLatin1StringView key, int value)
 {
     object.insert(key, value);
 }
 
-inline void insertField(QJsonObject &object, QLatin1String key, float value)
+inline void insertField(QJsonObject &object, QLatin1StringView key, float value)
 {
     object.insert(key, static_cast<double>(value));
 }
 
-inline void insertField(QJsonObject &object, QLatin1String key, const QString &value)
+inline void insertField(QJsonObject &object, QLatin1StringView key, const QString &value)
 {
     object.insert(key, value);
 }
 
-inline void insertField(QJsonObject &object, QLatin1String key, const QVector<float> &samples)
+inline void insertField(QJsonObject &object, QLatin1StringView key, const QVector<float> &samples)
 {
     if (samples.isEmpty())
         return;
@@ -98,7 +98,7 @@ inline void insertField(QJsonObject &object, QLatin1String key, const QVector<fl
 }
 
 template <class Record>
-auto insertField(QJsonObject &object, QLatin1String key, const Record &record)
+auto insertField(QJsonObject &object, QLatin1StringView key, const Record &record)
         -> decltype(record.toJson(), void())
 {
     object.insert(key, record.toJson());
@@ -110,7 +110,7 @@ QJsonObject fieldsToJson(const Record &record, const Table &table)
 {
     QJsonObject object;
     const auto insert = [&object, &record](const auto &row) {
-        const QLatin1String key(row.key.data(), static_cast<qsizetype>(row.key.size()));
+        const QLatin1StringView key(row.key.data(), static_cast<qsizetype>(row.key.size()));
         insertField(object, key, record.*row.member);
     };
     std::apply([&insert](const auto &...row) { (insert(row), ...); }, table);

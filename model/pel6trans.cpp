@@ -10,7 +10,8 @@
 
 namespace {
 
-// The suite's bits, a line a byte, from bit 0 to bit 7. Its order is not that of the records' fields.
+// The suite's bits: one row per byte, from bit 0 to bit 7. The records list their fields in another
+// order.
 
 template <class Record>
 using SetFlag = void (Record::*)(int);
@@ -49,7 +50,7 @@ constexpr BitRow<S> STATE_BITS[] = {
     { &S::setLessBattery },
 };
 
-/** The two bits of the state record that are no plain state flags. */
+/** The two bits of the state record that are not plain state flags. */
 constexpr struct
 {
     std::size_t byte;
@@ -103,15 +104,15 @@ constexpr struct
     { offsetof(R, sampIOutput), &V::getSampIOutput, &V::setSampIOutput },
 };
 
-// Families of UPSs that the derived capabilities and the rated output frequency depend on.
-constexpr unsigned int DISCHARGEABLE_FAMILIES = 0xA7B6; // a bit a family
+// The families of UPSs that decide the derived capabilities and the nominal output frequency.
+constexpr unsigned int DISCHARGEABLE_FAMILIES = 0xA7B6; // one bit per family
 constexpr int MAX_DISCHARGEABLE_FAMILY = 15;
 constexpr int ADJUSTABLE_AUTONOMY_FAMILIES[] = { 10, 13 };
 constexpr int FAMILY_WITH_50_HZ_MODELS = 3;
 constexpr int FIRST_50_HZ_MODEL = 8;
 constexpr int LAST_50_HZ_MODEL = 15;
 
-/** A copy of what stands at `bytes`. Untyped, for a typed pointer would promise an alignment. */
+/** A copy of the record at `bytes`, untyped because a typed pointer would promise alignment. */
 template <class Record>
 Record copyOf(const void *bytes)
 {
@@ -168,7 +169,7 @@ float nominalFrequency(int family, int model)
     return is50Hz ? 50.0F : 60.0F;
 }
 
-/** The first `count` bytes from `first` on, as far as the record holds them, behind `samples`. */
+/** Appends `count` bytes from `first` on to `samples`, but none beyond `recordEnd`. */
 QVector<float> withSamples(QVector<float> samples, const std::uint8_t *first,
                            const std::uint8_t *recordEnd, std::int32_t count)
 {

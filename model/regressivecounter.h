@@ -3,15 +3,15 @@
 
 #include "model/fields.h"
 
-// A row a field; the keys are the wire format.
+// One row per field; keys as on the wire.
 #define PELCLOUD_REGRESSIVE_COUNTER_FIELDS(FIELD) \
     FIELD(int, Active, "active") \
     FIELD(int, Value, "value") \
     FIELD(int, Cause, "cause")
 
 /**
- * The shutdown count-down of a UPS: active is 1 while it runs, value is what remains of it as the
- * suite counts, cause is the suite's code (negative when none runs). Always present.
+ * The shutdown count-down of a UPS: active is 1 while it runs, value is the remaining count in
+ * the suite's unit, cause is the suite's code (negative when none runs). The JSON always has all.
  */
 class RegressiveCounter
 {
@@ -23,7 +23,7 @@ public:
 
     PELCLOUD_REGRESSIVE_COUNTER_FIELDS(PELCLOUD_FIELD_ACCESSORS)
 
-    /** Back to the values of a new record. */
+    /** Resets to the values of a new record. */
     void clear();
     [[nodiscard]] QJsonObject toJson() const;
 

@@ -3,7 +3,7 @@
 
 #include "model/fields.h"
 
-// A row a field; the keys are the wire format.
+// One row per field; keys as on the wire.
 #define PELCLOUD_STATUS_FIELDS(FIELD) \
     FIELD(int, Connected, "connected") \
     FIELD(int, OpStartup, "opStartup") \
@@ -30,9 +30,7 @@
     FIELD(int, RemoteControlActive, "remoteControlActive") \
     FIELD(int, NoCalibrated, "noCalibrated")
 
-/**
- * The operating state of a UPS. Flags hold 0 or 1 and are always present, as numbers.
- */
+/** The operating state of a UPS. Flags hold 0 or 1. The JSON always has all, as numbers. */
 class Status
 {
 public:
@@ -43,7 +41,7 @@ public:
 
     PELCLOUD_STATUS_FIELDS(PELCLOUD_FIELD_ACCESSORS)
 
-    /** Back to the values of a new record. */
+    /** Resets to the values of a new record. */
     void clear();
     /** Sets every flag to 1. */
     void all();

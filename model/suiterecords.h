@@ -6,13 +6,12 @@
 #include <cstdint>
 
 /**
- * The C records that the suite's client library fills, as far as they are read here: each record
- * may be longer than what is declared, and a buffer handed to the library must leave room for
- * that. The library gives no alignment, so a pointer to one of these that comes from it is only
- * good for copying from; see Pel6Translator.
+ * The C records that the suite's client library fills. Only the part that is read here is declared:
+ * a record may be longer, and a buffer passed to the library must leave room for that. The library
+ * guarantees no alignment: copy a record from its pointer before use, as Pel6Translator does.
  *
- * Numbers are little-endian. Texts end at a NUL or at the end of their field. Bits of the flag
- * records are counted from the least significant one; what they mean stands in pel6trans.cpp.
+ * Numbers are little-endian. Texts end at a NUL or at the end of their field. The bits of the flag
+ * records count from the least significant one; pel6trans.cpp maps them to fields.
  */
 
 static_assert(std::endian::native == std::endian::little, "the suite writes little-endian records");
@@ -57,7 +56,7 @@ struct nb_variaveis // variables
     float version;
     std::int16_t icBattery;
     std::uint8_t unread42[6];
-    std::int32_t shutdownTimer; // the timers are the low halves of 8-byte slots
+    std::int32_t shutdownTimer; // each timer is the low half of an 8-byte slot
     std::uint8_t unread52[4];
     std::int32_t powerOnTimer;
     std::uint8_t unread60[4];
@@ -76,7 +75,7 @@ struct nb_variaveis // variables
 struct pelorin_version_info
 {
     char version[7];
-    char os[4096 - 7]; // to its NUL; the width is a bound for a library that forgets it
+    char os[4096 - 7]; // up to its NUL; the width is the limit if the NUL is missing
 };
 
 } // extern "C"

@@ -8,28 +8,31 @@
 
 #include <QJsonObject>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 
-/** A flag of a report and what it means when it holds `value`. */
+/** What a flag of a report means when it equals `value`. */
 struct Meaning
 {
     const char *record;
     const char *flag;
     int value;
-    const char *alsoStatus; // a status flag that must be set too, or null
-    std::string_view key;   // empty: never names the state, is only noted
+    const char *alsoStatus; // a status flag that must also be set, or null
+    std::string_view key;   // empty: never names the state, only a note
     std::string_view words;
     StateLevel level;
 };
 
-// The most urgent first.
+// In order of precedence: the first one that applies names the state.
 constexpr std::array MEANINGS{
     Meaning{ "status", "connected", 0, nullptr, "disconnected", "No connection",
              StateLevel::Critical },
     Meaning{ "failures", "shortCircuit", 1, nullptr, "short-circuit", "Short circuit",
              StateLevel::Critical },
     Meaning{ "failures", "overLoad", 1, nullptr, "overload", "Overload", StateLevel::Critical },
-    Meaning{ "failures", "overTemp", 1, nullptr, "overheating", "Too hot", StateLevel::Critical },
+    Meaning{ "failures", "overTemp", 1, nullptr, "overheating", "Overtemperature",
+             StateLevel::Critical },
     Meaning{ "failures", "endBattery", 1, nullptr, "battery-empty", "Battery empty",
              StateLevel::Critical },
     Meaning{ "failures", "internal", 1, nullptr, "internal-fault", "Internal fault",
@@ -77,7 +80,7 @@ constexpr std::array MEANINGS{
 
 std::optional<int> flagOf(const QJsonObject &report, const char *record, const char *flag)
 {
-    const QJsonValue value = report[QLatin1String(record)].toObject()[QLatin1String(flag)];
+    const QJsonValue value = report[QLatin1StringView(record)].toObject()[QLatin1StringView(flag)];
     return value.isDouble() ? std::optional(value.toInt(-1)) : std::nullopt;
 }
 
@@ -95,7 +98,7 @@ bool isNoted(const UnitState &state, std::string_view words)
 
 double variableOf(const QJsonObject &report, const char *name)
 {
-    return report[QLatin1String("vars")].toObject()[QLatin1String(name)].toDouble(NAN);
+    return report["vars"_L1].toObject()[QLatin1StringView(name)].toDouble(NAN);
 }
 
 bool isCapable(const QJsonObject &report, const char *name)

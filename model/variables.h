@@ -6,7 +6,7 @@
 #include <QString>
 #include <QVector>
 
-// A row a field; the keys are the wire format.
+// One row per field; keys as on the wire.
 #define PELCLOUD_VARIABLES_FIELDS(FIELD) \
     FIELD(int, Family, "family", -1) \
     FIELD(int, Model, "model", -1) \
@@ -34,11 +34,12 @@
     FIELD(float, NominalVBattery, "nominalVBattery")
 
 /**
- * Measurements and rated values of a UPS, in the suite's own units; nothing is converted here.
+ * Measurements and rated values of a UPS, in the suite's units, unconverted.
+ *
  * V, I, P, F and C stand for voltage, current, power, frequency and charge, samp for the samples of
- * a waveform. -1 marks an unknown family or model. A sample sequence is left out while it is empty;
- * every other key is always present, whether or not the UPS has the capability: the receiver pairs
- * them by name.
+ * a waveform. -1 marks an unknown family or model. The JSON leaves out empty sample sequences. It
+ * always has every other key, whether or not the UPS has the capability: the receiver matches
+ * values and capabilities by name.
  */
 class Variables
 {
@@ -50,7 +51,7 @@ public:
 
     PELCLOUD_VARIABLES_FIELDS(PELCLOUD_FIELD_ACCESSORS)
 
-    /** Back to the values of a new record. */
+    /** Resets to the values of a new record. */
     void clear();
     [[nodiscard]] QJsonObject toJson() const;
 

@@ -7,9 +7,11 @@ class QString;
 enum class ConfigWriting { Done, NotOpened, NotWritten };
 
 /**
- * Replaces the contents of the file `name`, in place and with the mode that it has, by the text of
- * `object`. Done means that the bytes have reached the file.
+ * Writes the text of `object` to the file `name` in place, which keeps its owner and mode; a new file
+ * gets the mode 0600. Done means that the text is on the disk; otherwise errno holds the reason. The
+ * file holds the old or the new object at every moment, so that neither a full disk nor a power cut
+ * costs the enrolment.
  */
-[[nodiscard]] ConfigWriting WriteConfigFile(const QString &name, const QJsonObject &object);
+[[nodiscard]] ConfigWriting writeConfigFile(const QString &name, const QJsonObject &object);
 
 #endif

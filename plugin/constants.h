@@ -4,8 +4,8 @@
 class QString;
 
 /**
- * The plug-in's fixed texts. References to strings that are never destroyed: the timer thread may
- * still read them while the process runs its exit handlers.
+ * The plug-in's fixed texts. References to strings that are never destroyed: the watchdog may
+ * read them while the process runs its exit handlers.
  */
 namespace Constants {
 

@@ -58,7 +58,7 @@ bool DLClass::Unload()
             return false;
         m_mapping->handle = nullptr;
     }
-    m_mapping.reset(); // if the others let go meanwhile, it is this that closes
+    m_mapping.reset();
     return true;
 }
 

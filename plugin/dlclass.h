@@ -1,13 +1,12 @@
 #ifndef PELCLOUD_PLUGIN_DLCLASS_H
 #define PELCLOUD_PLUGIN_DLCLASS_H
 
-#include <atomic>
 #include <memory>
 #include <string>
 
 /**
- * Owner of one dynamically loaded library. Copies share it, so that code stays mapped until
- * the last of them lets go. Not safe for use by two threads at once; copies are.
+ * Owner of one dynamically loaded library. Copies share it; the last one unloads. Not safe for use
+ * by two threads at once, nor are copies.
  *
  * The order of the virtual operations is part of the contract with derived classes.
  */
@@ -36,13 +35,10 @@ public:
     /** Called by Unload() while the library is still there. */
     virtual void ClearAllSymbols();
 
-    [[nodiscard]] void *GetDLHandle() const
-    {
-        return m_mapping ? m_mapping->handle.load() : nullptr;
-    }
+    [[nodiscard]] void *GetDLHandle() const { return m_mapping ? m_mapping->handle : nullptr; }
 
 private:
-    /** What dlopen() gave; closed by the last that lets go of it, in whatever thread that is. */
+    /** The result of dlopen(), closed by the last owner. */
     struct Mapping
     {
         Mapping() = default;
@@ -50,7 +46,7 @@ private:
         Mapping &operator=(const Mapping &) = delete;
         ~Mapping();
 
-        std::atomic<void *> handle = nullptr; // reading the count of owners orders nothing
+        void *handle = nullptr;
     };
 
     std::shared_ptr<Mapping> m_mapping;

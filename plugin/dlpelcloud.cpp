@@ -1,8 +1,11 @@
 #include "plugin/dlpelcloud.h"
 
 #include "plugin/constants.h"
-#include "plugin/loglevels.h"
+#include "plugin/watchdog.h"
 #include "support/config.h"
+
+#include <cstdlib>
+#include <unistd.h>
 
 #include <QFile>
 #include <QJsonObject>
@@ -14,6 +17,7 @@ namespace {
 using QLogger::LogLevel;
 using QLogger::QLog_Error;
 using QLogger::QLog_Info;
+using namespace Qt::StringLiterals;
 
 QString installationPath()
 {
@@ -30,7 +34,7 @@ void guarded(Action action, Report report) noexcept
         try {
             report();
         } catch (...) {
-            return; // not even a message is to be had
+            return; // no memory for a message
         }
     }
 }
@@ -45,9 +49,9 @@ PelCloudService::PelCloudService()
 
 void PelCloudService::setUpLog()
 {
-    const QJsonValue level = m_client.readConfig().value(QLatin1String("log"));
+    const QJsonValue level = m_client.readConfig().value("log"_L1);
     if (!level.isNull() && !level.isUndefined())
-        m_logLevel = LogLevelFromText(level.toString());
+        m_logLevel = QLogger::logLevelFromText(level.toString());
     m_logger = QLogger::QLoggerManager::getInstance();
 
     const QStringList modules{ Constants::LOG_MODULE_NAME };
@@ -60,11 +64,7 @@ void PelCloudService::setUpLog()
 
 PelCloudService::~PelCloudService()
 {
-    guarded(
-            [this] {
-                m_client.prepareForExit();
-                QLogger::QLoggerManager::getInstance()->closeLogger();
-            },
+    guarded([] { QLogger::QLoggerManager::getInstance()->closeLogger(); },
             [] { qCritical("Unknown error in PelCloudService destructor."); });
 }
 
@@ -73,30 +73,32 @@ void PelCloudService::start()
     guarded(
             [this] {
                 const QString &module = Constants::LOG_MODULE_NAME;
-                QLog_Info(module, QLatin1String("Service started in '") + installationPath()
-                                          + QLatin1String("'."));
-                if (const int result = m_client.start(); result != 0)
-                    QLog_Error(module,
-                               QLatin1String("Start service error: ") + QString::number(result));
+                QLog_Info(module, "Service started in '"_L1 + installationPath() + "'."_L1);
+                // The watchdog comes first, since it has to outlast the library.
+                const int result =
+                        Watchdog::start() ? m_client.start() : PelCloudClient::StartFailed;
+                if (result != PelCloudClient::Ok)
+                    QLog_Error(module, "Start service error: "_L1 + QString::number(result));
                 else
-                    QLog_Info(module, QStringLiteral("Start service: OK."));
+                    QLog_Info(module, u"Start service: OK."_s);
             },
-            [] {
-                QLog_Error(Constants::LOG_MODULE_NAME,
-                           QStringLiteral("Unknown error starting service."));
-            });
+            [] { QLog_Error(Constants::LOG_MODULE_NAME, u"Unknown error starting service."_s); });
 }
 
 void PelCloudService::stop()
 {
+    Watchdog::arm();
     guarded(
             [this] {
                 m_client.stop();
-                QLog_Info(Constants::LOG_MODULE_NAME, QStringLiteral("Stopping service."));
+                QLog_Info(Constants::LOG_MODULE_NAME, u"Stopping service."_s);
+                if (!m_client.isLibraryMapped())
+                    Watchdog::disarm(); // the host's exit handlers may take their time
             },
             [] {
-                QLog_Error(Constants::LOG_MODULE_NAME,
-                           QStringLiteral("Unknown error stopping service."));
+                QLog_Error(Constants::LOG_MODULE_NAME, u"Unknown error stopping service."_s);
+                // The library has not stopped, and exit() would destroy what it may still use.
+                _exit(EXIT_SUCCESS);
             });
 }
 

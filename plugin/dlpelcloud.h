@@ -5,8 +5,7 @@
 #include "plugin/pelcloud.h"
 
 /**
- * What the suite's service manager knows of this plug-in. Both are called on the host's thread,
- * and no exception leaves them.
+ * The entries that the suite's service manager calls, on its own thread. No exception leaves them.
  */
 extern "C" {
 
@@ -17,8 +16,8 @@ extern "C" {
 __attribute__((visibility("default"))) int SrvStart(void **handle);
 
 /**
- * Stops and destroys the service in `*handle`, which ends the process with exit status 0. Always
- * 1, should it return: there was nothing to stop.
+ * Stops and destroys the service in `*handle`, which ends the process with exit status 0. Returns,
+ * always 1, only if there is no service, or another thread already stops it.
  */
 __attribute__((visibility("default"))) int SrvStop(void **handle);
 
@@ -33,13 +32,18 @@ class PelCloudService
 public:
     /** Reads the log level and registers the log file. Failures leave a service without a log. */
     PelCloudService();
-    /** Ends the process with exit status 0, after a short wait for a run in progress. */
+    /** Ends the process with exit status 0; stop() comes before. */
     virtual ~PelCloudService();
     PelCloudService(const PelCloudService &) = delete;
     PelCloudService &operator=(const PelCloudService &) = delete;
 
-    /** Starts the client and logs the outcome. */
+    /** Starts the watchdog and the client, and logs the outcome. */
     virtual void start();
+    /**
+     * Stops the client under the watchdog, which stays armed while the suite's library is mapped,
+     * since exit() then runs the library's destructors. Ends the process with status 0 and without
+     * exit handlers when the library throws instead of stopping.
+     */
     virtual void stop();
     /** The process-wide log manager; not owned. */
     virtual QLogger::QLoggerManager *getLogger();

@@ -1,14 +1,14 @@
 #include "plugin/dlpelcloud.h"
 
-#include "plugin/exitguard.h"
+#include "support/cancellation.h"
 
+#include <atomic>
 #include <memory>
 
 int SrvStart(void **handle)
 {
     if (handle == nullptr)
         return 0;
-    ExitGuard::prepare();
     try {
         auto service = std::make_unique<PelCloudService>();
         service->start();
@@ -21,13 +21,15 @@ int SrvStart(void **handle)
 
 int SrvStop(void **handle)
 {
-    if (handle == nullptr || *handle == nullptr)
+    if (handle == nullptr)
         return 1;
-    auto *const service = static_cast<PelCloudService *>(*handle);
-    ExitGuard::arm();
+    const CancellationHold hold; // exit() must not be left halfway
+    // Taken in one step, since a thread or an exit handler may call again.
+    auto *const service =
+            static_cast<PelCloudService *>(std::atomic_ref(*handle).exchange(nullptr));
+    if (service == nullptr)
+        return 1;
     service->stop();
     delete service; // which ends the process
-    *handle = nullptr;
-    ExitGuard::disarm();
     return 1;
 }

@@ -4,22 +4,17 @@
 #include "logging/qlogger.h"
 #include "model/computer.h"
 #include "model/devicestatus.h"
-#include "model/pel6trans.h"
 #include "plugin/configfile.h"
 #include "plugin/constants.h"
-#include "plugin/loglevels.h"
 #include "plugin/recordbuffers.h"
+#include "plugin/timeouts.h"
+#include "support/cancellation.h"
 #include "support/config.h"
 #include "support/jsontext.h"
 #include "support/utils.h"
 
-#include <algorithm>
-#include <exception>
-#include <future>
 #include <memory>
 #include <stdexcept>
-#include <system_error>
-#include <thread>
 
 #include <QFile>
 #include <QFileInfo>
@@ -30,26 +25,9 @@ namespace {
 
 using QLogger::QLog_Error;
 using QLogger::QLog_Info;
-using namespace std::chrono_literals;
+using namespace Qt::StringLiterals;
 
 constexpr int DEFAULT_INTERVAL_MS = 10000;
-
-constexpr int LIBRARY_NOT_LOADED = 4;
-constexpr int LIBRARY_NOT_STARTED = 5;
-constexpr int START_FAILED = 6;
-constexpr int NOTHING_TO_SIGN_IN_WITH = 1;
-constexpr int GRANT_FAILED = 1;
-constexpr int CONFIG_FAILED = 2;
-constexpr int REQUEST_FAILED = 3;
-
-// Together they keep a stop within one second, whatever the library and the network do.
-constexpr auto PATIENCE_WITH_CALL = PELCLOUD_SLOWNESS * 200ms;
-constexpr auto PATIENCE_WITH_CLISTOP = PELCLOUD_SLOWNESS * 300ms;
-constexpr auto PATIENCE_WITH_REQUEST = PELCLOUD_SLOWNESS * 350ms;
-constexpr auto PATIENCE_WITH_BUSY_MACHINE = PELCLOUD_SLOWNESS * 700ms;
-/** A run that will not end is cancelled when its client is destroyed. */
-constexpr auto PATIENCE_OF_DESTRUCTOR = 10000ms;
-constexpr auto PATIENCE_WITH_CANCELLED = 1000ms;
 
 void logInfo(const QString &message)
 {
@@ -61,16 +39,9 @@ void logError(const QString &message)
     QLog_Error(Constants::LOG_MODULE_NAME, message);
 }
 
-/** In a handler: lets the end of the whole thread go on, which comes without an exception. */
-void rethrowEndOfThread()
-{
-    if (std::current_exception() == nullptr)
-        throw;
-}
-
 QString quoted(const char *before, const QString &name)
 {
-    return QLatin1String(before) + QLatin1String(" '") + name + QLatin1String("'.");
+    return QLatin1String(before) + " '"_L1 + name + "'."_L1;
 }
 
 struct Emptiness
@@ -88,19 +59,29 @@ struct Emptiness
 
 PelCloudClient::PelCloudClient()
     : m_interval(DEFAULT_INTERVAL_MS)
-    , m_logLevel(QStringLiteral("FATAL"))
+    , m_logLevel(u"FATAL"_s)
 {}
 
 PelCloudClient::~PelCloudClient()
 {
-    Stop();
-    m_monitor.closeLibrary(0ms);
-    m_auth.cancel();
-    m_http.cancel();
-    if (!m_monitor.waitForEnd(PATIENCE_OF_DESTRUCTOR)) {
-        GetThread()->Kill();
-        m_monitor.waitForEnd(PATIENCE_WITH_CANCELLED);
+    giveUpRun();
+    if (waitForRun(Timeouts::RUN_END))
+        return;
+    GetThread()->Kill();
+    waitForRun(Timeouts::CANCELLED);
+}
+
+/** False when a run in progress has not ended in time. */
+bool PelCloudClient::waitForRun(std::chrono::milliseconds timeout)
+{
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    while (!m_running.try_lock()) {
+        if (std::chrono::steady_clock::now() >= deadline)
+            return false;
+        Delay(0);
     }
+    m_running.unlock();
+    return true;
 }
 
 int PelCloudClient::start()
@@ -108,9 +89,9 @@ int PelCloudClient::start()
     try {
         return loadAndStart();
     } catch (...) {
-        rethrowEndOfThread();
-        logError(QStringLiteral("Unknown error loading upscli library."));
-        return START_FAILED;
+        RethrowForcedUnwind();
+        logError(u"Unknown error loading upscli library."_s);
+        return StartFailed;
     }
 }
 
@@ -119,82 +100,44 @@ int PelCloudClient::loadAndStart()
     const std::string path = GetPelorinPath() + "upscli.so";
     const QString shownPath = QFile::decodeName(path.c_str());
 
-    const std::lock_guard lock(m_libraryLock);
     logInfo(quoted("Loading library", shownPath));
-    if (!m_upscli.Load(path)) {
+    if (!m_suite.load(path)) {
         logError(quoted("Error loading", shownPath));
-        return LIBRARY_NOT_LOADED;
+        return LibraryNotLoaded;
     }
     logInfo(quoted("Starting library", shownPath));
-    m_cliHandle = m_upscli.CliStart == nullptr ? nullptr : m_upscli.CliStart();
-    if (m_cliHandle == nullptr) {
+    if (!m_suite.start()) {
         logError(quoted("Error starting", shownPath));
-        return LIBRARY_NOT_STARTED;
+        return LibraryNotStarted;
     }
-    m_monitor.openLibrary();
+    m_auth.resume();
+    m_http.resume();
+    m_isStopped = false;
     Start(static_cast<unsigned long>(m_interval));
-    return 0;
+    if (GetThread()->GetSuspended()) {
+        stop();
+        throw std::runtime_error("no timer thread");
+    }
+    return Ok;
 }
 
 int PelCloudClient::stop()
 {
-    m_stopBegun = Clock::now();
-    Stop();
-    m_monitor.closeLibrary(PATIENCE_WITH_CALL);
-
-    const std::lock_guard lock(m_libraryLock);
-    if (!m_upscli.IsLoaded())
-        return 0;
-    if (m_cliHandle != nullptr) {
-        logInfo(QStringLiteral("Stopping upscli library."));
-        stopLibrary({ m_upscli, m_cliHandle });
-        m_cliHandle = nullptr;
-    }
-    logInfo(QStringLiteral("Unloading upscli library."));
-    m_upscli.Unload();
+    giveUpRun();
+    const bool isStopped = m_suite.stop();
+    const std::lock_guard runHasEnded(m_running);
+    if (!isStopped)
+        throw std::runtime_error("CliStop");
     return 0;
 }
 
-/**
- * Calls CliStop with a bound on the time it takes: a thread of its own makes the call, and keeps
- * the library mapped until the call has returned, however late that is. An exception of the
- * library's must not leave that thread, for it is made of the library's code: another takes its
- * place here.
- */
-void PelCloudClient::stopLibrary(const Library &library)
+/** Lets no run begin, and the one in progress end at its next step. */
+void PelCloudClient::giveUpRun()
 {
-    if (library.entries.CliStop == nullptr)
-        return;
-    auto outcome = std::make_shared<std::promise<bool>>();
-    std::future<bool> returned = outcome->get_future();
-    auto call = [own = library, outcome]() mutable {
-        bool succeeded = true;
-        try {
-            own.entries.CliStop(own.handle);
-        } catch (...) {
-            rethrowEndOfThread();
-            succeeded = false;
-        }
-        own = {}; // before the answer, so that in time it is the client that unloads
-        outcome->set_value(succeeded);
-    };
-    try {
-        std::thread(call).detach();
-    } catch (const std::system_error &) {
-        call(); // no thread to be had: better without a bound than not at all
-    }
-    if (returned.wait_for(PATIENCE_WITH_CLISTOP) == std::future_status::ready && !returned.get())
-        throw std::runtime_error("CliStop");
-}
-
-void PelCloudClient::prepareForExit()
-{
+    Stop();
+    m_isStopped = true;
     m_auth.cancel();
     m_http.cancel();
-    // What the library left of its time goes to a request that a busy machine is slow to give up, less
-    // a share for the handlers of the host.
-    const auto spent = duration_cast<std::chrono::milliseconds>(Clock::now() - m_stopBegun);
-    m_monitor.rest(std::max(PATIENCE_WITH_REQUEST, PATIENCE_WITH_BUSY_MACHINE - spent));
 }
 
 void PelCloudClient::setInterval(int ms)
@@ -212,7 +155,7 @@ QJsonObject PelCloudClient::readConfig()
 {
     const QString name = getConfigFilename();
     QFile file(name);
-    // Only a regular file is opened: a pipe in its place would hold the run for ever.
+    // Only a regular file is opened: a pipe in its place would block the run.
     if (!QFileInfo(name).isFile() || !file.open(QIODevice::ReadOnly)) {
         logError(quoted("Error opening config file", name));
         return {};
@@ -230,20 +173,20 @@ int PelCloudClient::readConfigFromFile()
 {
     const QJsonObject object = readConfig();
     if (object.isEmpty())
-        return CONFIG_FAILED;
+        return ConfigFailed;
     m_auth.setToken(GoogleToken(object));
-    m_logLevel = object.value(QLatin1String("log")).toString();
+    m_logLevel = object.value("log"_L1).toString();
     if (m_logLevel.isEmpty())
-        m_logLevel = QStringLiteral("FATAL");
-    return 0;
+        m_logLevel = u"FATAL"_s;
+    return Ok;
 }
 
 int PelCloudClient::writeConfig(const QJsonObject &object)
 {
     const QString name = getConfigFilename();
-    switch (WriteConfigFile(name, object)) {
+    switch (writeConfigFile(name, object)) {
     case ConfigWriting::Done:
-        return 0;
+        return Ok;
     case ConfigWriting::NotOpened:
         logError(quoted("Error opening (to write) config file", name));
         break;
@@ -251,69 +194,69 @@ int PelCloudClient::writeConfig(const QJsonObject &object)
         logError(quoted("Error writing config file", name));
         break;
     }
-    return CONFIG_FAILED;
+    return ConfigFailed;
 }
 
 int PelCloudClient::writeConfigToFile()
 {
     QJsonObject object = m_auth.getToken().toJson();
-    object.insert(QLatin1String("log"), m_logLevel);
+    object.insert("log"_L1, m_logLevel);
     return writeConfig(object);
 }
 
 int PelCloudClient::login()
 {
     if (!m_auth.isAuthTokenExpired())
-        return 0;
+        return Ok;
 
     Emptiness empty(m_auth.getToken());
     if (empty.access && empty.refresh && empty.code) {
-        if (const int result = readConfigFromFile(); result != 0)
+        if (const int result = readConfigFromFile(); result != Ok)
             return result;
         empty = Emptiness(m_auth.getToken());
     }
     if (empty.code && empty.refresh && empty.access)
-        return NOTHING_TO_SIGN_IN_WITH;
+        return SignInFailed; // nothing to sign in with
 
     if (empty.refresh && empty.access) {
-        if (const int result = getGoogleTokenByCode(); result != 0) {
-            logError(QStringLiteral("Error getting Google token by device code."));
+        if (const int result = getGoogleTokenByCode(); result != Ok) {
+            logFailure(u"Error getting Google token by device code."_s);
             return result;
         }
         if (!m_auth.getToken().getRefreshToken().isEmpty()) {
-            if (const int result = writeConfigToFile(); result != 0)
+            if (const int result = writeConfigToFile(); result != Ok)
                 return result;
         }
     }
     if (m_auth.isAuthTokenExpired()) {
-        if (const int result = getGoogleAccessToken(); result != 0) {
-            logError(QStringLiteral("Error getting Google access token by refresh token."));
+        if (const int result = getGoogleAccessToken(); result != Ok) {
+            logFailure(u"Error getting Google access token by refresh token."_s);
             return result;
         }
     }
-    return 0;
+    return Ok;
 }
 
 int PelCloudClient::getGoogleTokenByCode()
 {
-    return m_auth.getTokenByAuthCode() == 0 ? 0 : GRANT_FAILED;
+    return m_auth.getTokenByAuthCode() == GoogleAuth::Ok ? Ok : SignInFailed;
 }
 
 int PelCloudClient::getGoogleAccessToken()
 {
-    return m_auth.getTokenByRefreshToken() == 0 ? 0 : GRANT_FAILED;
+    return m_auth.getTokenByRefreshToken() == GoogleAuth::Ok ? Ok : SignInFailed;
 }
 
 int PelCloudClient::postDataFromComputer(const Computer &computer)
 {
-    if (const int result = login(); result != 0) {
-        onReport({ "PUT", {}, 0, result, 0, "" });
+    if (const int result = login(); result != Ok) {
+        report({ "PUT", {}, 0, result, 0, "" });
         return result;
     }
     const GoogleToken &token = m_auth.getToken();
     QJsonObject body = computer.toJson();
-    body.insert(QLatin1String("id"), token.getComputerId());
-    body.remove(QLatin1String("name"));
+    body.insert("id"_L1, token.getComputerId());
+    body.remove("name"_L1);
     return send("PUT", &HttpClient::put,
                 Constants::COMPUTER_URI_PATTERN.arg(token.getHomeURI(), token.getComputerId()),
                 ToJsonText(body));
@@ -321,8 +264,8 @@ int PelCloudClient::postDataFromComputer(const Computer &computer)
 
 int PelCloudClient::postDataFromDevice(const char *deviceId, const DeviceStatus &status)
 {
-    if (const int result = login(); result != 0) {
-        onReport({ "POST", {}, 0, result, 0, "" });
+    if (const int result = login(); result != Ok) {
+        report({ "POST", {}, 0, result, 0, "" });
         return result;
     }
     const GoogleToken &token = m_auth.getToken();
@@ -340,37 +283,41 @@ int PelCloudClient::send(const char *method, Exchange exchange, const QString &u
     request.setRawHeader("Authorization",
                          "Bearer " + m_auth.getToken().getAccessToken().toLatin1());
     const std::unique_ptr<QByteArray> answer((m_http.*exchange)(request, body));
-    const QString message =
-            QLatin1String("HTTP ") + QLatin1String(method) + QLatin1Char(' ') + request.url();
-    if (answer == nullptr)
-        logError(message + QLatin1String(" error."));
+    const QString message = "HTTP "_L1 + QLatin1String(method) + ' '_L1 + request.url();
+    const int result = answer == nullptr ? RequestFailed : Ok;
+    if (result == Ok)
+        logInfo(message + " OK."_L1);
     else
-        logInfo(message + QLatin1String(" OK."));
-    const int result = answer == nullptr ? REQUEST_FAILED : 0;
-    onReport({ method, request.url(), body.size(), result, m_http.lastStatus(),
-               m_http.lastError() });
+        logFailure(message + " error."_L1);
+    report({ method, request.url(), body.size(), result, m_http.lastStatus(), m_http.lastError() });
     return result;
+}
+
+/** Logs a failure, unless it is a request that a stop gave up. */
+void PelCloudClient::logFailure(const QString &message) const
+{
+    if (!m_isStopped)
+        logError(message);
+}
+
+void PelCloudClient::report(const Report &report)
+{
+    if (report.result == Ok || !m_isStopped)
+        onReport(report);
 }
 
 void PelCloudClient::onReport([[maybe_unused]] const Report &report) {}
 
-PelCloudClient::Library PelCloudClient::library()
-{
-    const std::lock_guard lock(m_libraryLock);
-    return { m_upscli, m_cliHandle };
-}
-
 void PelCloudClient::OnTimer()
 {
-    if (!m_monitor.begin())
+    const std::lock_guard running(m_running);
+    if (m_isStopped)
         return;
-    const RunScope scope(m_monitor);
-    Library suite; // until after the handler: what the library throws is made of its code
     try {
-        run(suite);
+        run();
     } catch (...) {
-        rethrowEndOfThread();
-        logError(QStringLiteral("Unknown error in polling cycle."));
+        RethrowForcedUnwind();
+        logError(u"Unknown error in polling cycle."_s);
     }
 }
 
@@ -379,71 +326,47 @@ void PelCloudClient::adjustLogLevel()
     using QLogger::QLoggerManager;
     if (auto *const writer =
                 QLoggerManager::getInstance()->getLogWriter(Constants::LOG_MODULE_NAME))
-        writer->setLogLevel(LogLevelFromText(m_logLevel));
+        writer->setLogLevel(QLogger::logLevelFromText(m_logLevel));
 }
 
-void PelCloudClient::run(Library &suite)
+void PelCloudClient::run()
 {
     Computer computer;
     DeviceStatus status; // one for all units, so that samples add up within a run
     RecordBuffers buffers;
 
-    if (readConfigFromFile() == 0)
+    if (readConfigFromFile() == Ok)
         adjustLogLevel();
 
-    suite = library();
-    const unsigned long count =
-            std::min(callLibrary(suite.entries.GetServerCount, suite.handle), MAX_UNITS);
-    for (unsigned long index = 0; index < count && m_monitor.goesOn(); ++index) {
-        reportComputer(suite, index, buffers, computer);
-        reportDevice(suite, index, buffers, status);
+    const unsigned long count = m_suite.count();
+    for (unsigned long index = 0; index < count; ++index) {
+        if (!m_isStopped)
+            reportComputer(index, buffers, computer);
+        if (!m_isStopped)
+            reportDevice(index, buffers, status);
     }
 }
 
-/**
- * Calls an entry of the suite's library. Gives 0, which is failure to all of them, without a call
- * where the library lacks the entry or is being stopped.
- */
-template <class Result, class... Parameters, class... Arguments>
-Result PelCloudClient::callLibrary(Result (*entry)(Parameters...), Arguments... arguments)
+void PelCloudClient::reportComputer(unsigned long index, RecordBuffers &buffers, Computer &computer)
 {
-    if (entry == nullptr || !m_monitor.enterLibrary())
-        return 0;
-    const LibraryCall call(m_monitor);
-    return entry(arguments...);
-}
-
-void PelCloudClient::reportComputer(const Library &suite, unsigned long index,
-                                    RecordBuffers &buffers, Computer &computer)
-{
-    logInfo(QStringLiteral("UPSSrvGetVersionInfo..."));
-    if (callLibrary(suite.entries.UPSSrvGetVersionInfo, suite.handle, index, buffers.version.get())
-        == 0)
+    logInfo(u"UPSSrvGetVersionInfo..."_s);
+    if (!m_suite.readVersion(index, buffers))
         return;
-    Pel6Translator::translate(computer, buffers.version.get());
-    logInfo(QStringLiteral("postDataFromComputer..."));
-    logInfo(QLatin1String("Computer: Os: ") + computer.getOs() + QLatin1String(", Ver: ")
-            + computer.getVer());
+    buffers.translateVersion(computer);
+    logInfo(u"postDataFromComputer..."_s);
+    logInfo("Computer: Os: "_L1 + computer.getOs() + ", Ver: "_L1 + computer.getVer());
     postDataFromComputer(computer);
 }
 
-void PelCloudClient::reportDevice(const Library &suite, unsigned long index, RecordBuffers &buffers,
-                                  DeviceStatus &status)
+void PelCloudClient::reportDevice(unsigned long index, RecordBuffers &buffers, DeviceStatus &status)
 {
-    logInfo(QLatin1String("UPSSrvGetState(") + QString::number(index) + QLatin1String(")..."));
-    // The library takes state before failures, the translator failures before state.
-    if (callLibrary(suite.entries.UPSSrvGetState, suite.handle, index, buffers.capabilities.get(),
-                    buffers.variables.get(), buffers.stateFlags.get(), buffers.failureFlags.get(),
-                    buffers.cause.get(), buffers.counter.get(), buffers.fullDischarge.get())
-        == 0)
+    logInfo("UPSSrvGetState("_L1 + QString::number(index) + ")..."_L1);
+    if (!m_suite.readState(index, buffers))
         return;
-    Pel6Translator::translate(status, buffers.capabilities.get(), buffers.failureFlags.get(),
-                              buffers.stateFlags.get(), buffers.variables.get(),
-                              buffers.cause.get(), buffers.counter.get(),
-                              buffers.fullDischarge.get());
-    logInfo(QStringLiteral("postDataFromDevice..."));
-    logInfo(QLatin1String("Device: Name: ") + status.getVars().getName() + QLatin1String(", Fam: ")
-            + QString::number(status.getVars().getFamily()) + QLatin1String(", Mod: ")
+    buffers.translateState(status);
+    logInfo(u"postDataFromDevice..."_s);
+    logInfo("Device: Name: "_L1 + status.getVars().getName() + ", Fam: "_L1
+            + QString::number(status.getVars().getFamily()) + ", Mod: "_L1
             + QString::number(status.getVars().getModel()));
     postDataFromDevice(UIntToStr(index, 3, '0').c_str(), status);
 }

@@ -1,17 +1,18 @@
 #ifndef PELCLOUD_PLUGIN_RECORDBUFFERS_H
 #define PELCLOUD_PLUGIN_RECORDBUFFERS_H
 
+#include "model/pel6trans.h"
 #include "model/suiterecords.h"
 
 #include <array>
 #include <cstddef>
 
-/** Far more units than the three digits of their identifiers allow for: a count beyond is garbage. */
+/** Ten times what the three digits of an identifier allow for: a larger count is garbage. */
 inline constexpr unsigned long MAX_UNITS = 10000;
 
 /**
- * A record of the suite with room behind it, since the library's idea of a record may be longer
- * than what is known of it. Zeroed, for the library need not fill it.
+ * A record of the suite with room behind it, since the library's record may be longer than the part
+ * that is known. Zeroed, since the library need not fill it.
  */
 template <class Record>
 class RecordBuffer
@@ -25,9 +26,20 @@ private:
     alignas(std::max_align_t) std::array<unsigned char, SIZE> m_bytes{};
 };
 
-/** What the suite's library fills for one unit after another. */
+/** What the suite's library fills for one unit after another, for its translation. */
 struct RecordBuffers
 {
+    void translateVersion(Computer &computer)
+    {
+        Pel6Translator::translate(computer, version.get());
+    }
+    void translateState(DeviceStatus &status)
+    {
+        // The library takes state before failures, the translator failures before state.
+        Pel6Translator::translate(status, capabilities.get(), failureFlags.get(), stateFlags.get(),
+                                  variables.get(), cause.get(), counter.get(), fullDischarge.get());
+    }
+
     RecordBuffer<pelorin_version_info> version;
     RecordBuffer<nb_capabilities> capabilities;
     RecordBuffer<nb_variaveis> variables;

@@ -1,10 +1,9 @@
 #include "support/cfgclass.h"
 
-#include "support/datetext.h"
 #include "support/utils.h"
 
 #include <algorithm>
-#include <cstdlib>
+#include <cstddef>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -61,32 +60,11 @@ bool givesBack(const std::string &line, Line::Kind kind, const std::string &name
     return line.find('\n') == line.npos && read.kind == kind && read.name == name;
 }
 
-/** Whether capitals and signs of ASCII are all there is, on which folding has no effect. */
-bool isFolded(std::string_view name)
-{
-    return std::all_of(name.begin(), name.end(), [](char c) {
-        return static_cast<unsigned char>(c) < 0x80 && (c < 'a' || c > 'z');
-    });
-}
-
-/** A name as the maps hold it. Most are so already, and the locale's way is a slow one. */
-std::string folded(std::string_view name)
-{
-    std::string result(name);
-    return isFolded(name) ? result : LocaleUpperCase(result);
-}
-
-/** The same without a copy where none is needed; `room` holds the result where one is. */
-const std::string &folded(const std::string &name, std::string &room)
-{
-    return isFolded(name) ? name : (room = LocaleUpperCase(name));
-}
-
 using std::filesystem::file_type;
 
 file_type typeOf(const std::string &name)
 {
-    std::error_code ignored; // what cannot be told apart cannot be opened either
+    std::error_code ignored; // opening fails then, too
     return std::filesystem::status(name, ignored).type();
 }
 
@@ -95,23 +73,12 @@ bool isPipe(const std::string &name)
     return typeOf(name) == file_type::fifo;
 }
 
-/** Devices and pipes can be without an end or a beginning; they are not read. */
+/** Devices and pipes are not read: some have no end, some block until there is a writer. */
 bool isSpecialFile(const std::string &name)
 {
     const file_type type = typeOf(name);
     return type == file_type::character || type == file_type::block || type == file_type::fifo
            || type == file_type::socket;
-}
-
-/** Texts are passed on as the characters up to the first NUL. */
-const char *chars(const char *text)
-{
-    return text;
-}
-
-const char *chars(const std::string &text)
-{
-    return text.c_str();
 }
 
 bool isGiven(const char *text)
@@ -154,49 +121,6 @@ bool CfgClass::isWritable(bool argumentsGiven)
     if (!isOpen(argumentsGiven))
         return false;
     return m_readOnly ? fail(FILE_READ_ONLY) : succeed();
-}
-
-template <class Map>
-typename Map::iterator CfgClass::Cursor<Map>::find(Map &map, unsigned long index)
-{
-    if (index >= map.size())
-        return map.end();
-
-    const auto stepsFrom = [index](unsigned long from) {
-        return static_cast<long>(index) - static_cast<long>(from);
-    };
-    const bool fromEnd = index > map.size() / 2;
-    Pos item = fromEnd ? map.end() : map.begin();
-    long steps = stepsFrom(fromEnd ? map.size() : 0);
-    if (m_isSet && std::abs(stepsFrom(m_index)) < std::abs(steps)) {
-        item = m_item;
-        steps = stepsFrom(m_index);
-    }
-    std::advance(item, steps);
-    m_isSet = true;
-    m_index = index;
-    return m_item = item;
-}
-
-template <class Map>
-void CfgClass::Cursor<Map>::inserted(Pos item)
-{
-    if (m_isSet && item->first < m_item->first)
-        ++m_index;
-}
-
-template <class Map>
-void CfgClass::Cursor<Map>::removing(Pos item)
-{
-    if (!m_isSet || item->first > m_item->first)
-        return;
-    if (m_index == 0) {
-        reset();
-        return;
-    }
-    --m_index;
-    if (item == m_item)
-        --m_item;
 }
 
 // Loading, saving and parsing.
@@ -256,7 +180,7 @@ bool CfgClass::writeLines(const std::string &name) const
         file << separator << line;
         separator = "\n";
     }
-    file.close(); // tells of a full disk, too
+    file.close(); // reports a full disk
     return !file.fail();
 }
 
@@ -264,7 +188,6 @@ void CfgClass::ClearReadCache()
 {
     m_sections.clear();
     m_currentSection = m_sections.end();
-    m_sectionCursor.reset();
 }
 
 void CfgClass::ClearWriteCache()
@@ -286,10 +209,11 @@ bool CfgClass::ParseLine(const std::string &raw, bool noLines)
     case Line::MALFORMED:
         return fail(SYNTAX_ERROR);
     case Line::HEADER:
-        accepted = enterSection(folded(line.name), position);
+        accepted = enterSection(LocaleUpperCase(std::string(line.name)), position);
         break;
     case Line::KEY:
-        accepted = addKey(folded(line.name), std::string(line.value), position);
+        accepted =
+                addKey(LocaleUpperCase(std::string(line.name)), std::string(line.value), position);
         break;
     }
     if (!accepted) {
@@ -315,10 +239,11 @@ bool CfgClass::addKey(const std::string &key, const std::string &value, LinePos 
 {
     if (m_currentSection == m_sections.end() && !InsertSection("", m_lines.end(), false))
         return false;
-    if (!LocateKey(m_currentSection, key, m_currentKey))
-        return InsertKey(key, value, m_currentSection, m_currentKey, line, false);
+    KeyPos at;
+    if (!LocateKey(m_currentSection, key, at))
+        return InsertKey(key, value, m_currentSection, at, line, false);
     if (line != m_lines.end())
-        m_currentKey->second.repeated.push_front(line);
+        at->second.repeated.push_back(line);
     return true;
 }
 
@@ -328,11 +253,10 @@ bool CfgClass::InsertSection(const std::string &name, LinePos line, bool newLine
 {
     if (newLine && !givesBack(headerLine(name), Line::HEADER, name))
         return fail(NOT_INSERTED);
-    const auto [section, inserted] = m_sections.try_emplace(folded(name));
+    const auto [section, inserted] = m_sections.try_emplace(LocaleUpperCase(name));
     if (!inserted)
         return fail(NOT_INSERTED);
 
-    m_sectionCursor.inserted(section);
     m_currentSection = section;
     if (newLine)
         line = m_lines.insert(m_lines.end(), headerLine(writtenName(name, section->first)));
@@ -350,25 +274,22 @@ bool CfgClass::InsertKey(const std::string &key, const std::string &value, Secti
         return fail(NOT_INSERTED);
     SectRec &record = section->second;
     const std::size_t before = record.keys.size();
-    at = record.keys.try_emplace(at, folded(key));
+    at = record.keys.try_emplace(at, LocaleUpperCase(key));
     if (record.keys.size() == before)
         return fail(NOT_INSERTED);
 
-    record.newest = at;
-    record.cursor.inserted(at);
     if (newLine)
         line = m_lines.insert(newKeyPosition(record), keyLine(writtenName(key, at->first), value));
     at->second.value = TrimmedView(value);
     at->second.line = line;
     if (line != m_lines.end())
-        at->second.order = record.keyLines.insert(record.keyLines.end(), line);
+        record.keyLines.push_back(line);
     return succeed();
 }
 
 bool CfgClass::LocateSection(const std::string &name, SectionPos &section)
 {
-    std::string capitals;
-    section = m_sections.find(folded(name, capitals));
+    section = m_sections.find(LocaleUpperCase(name));
     return section == m_sections.end() ? fail(BAD_ARGUMENT) : succeed();
 }
 
@@ -376,21 +297,9 @@ bool CfgClass::LocateKey(SectionPos section, const std::string &key, KeyPos &at)
 {
     if (section == m_sections.end())
         return fail(BAD_ARGUMENT);
-    std::string capitals;
-    const std::string &name = folded(key, capitals);
-    at = placeOf(section->second, name);
+    const std::string name = LocaleUpperCase(key);
+    at = section->second.keys.lower_bound(name);
     return at == section->second.keys.end() || at->first != name ? fail(BAD_ARGUMENT) : succeed();
-}
-
-CfgClass::KeyPos CfgClass::placeOf(SectRec &section, const std::string &name)
-{
-    Keys &keys = section.keys;
-    if (section.newest != keys.end() && section.newest->first < name) {
-        const KeyPos next = std::next(section.newest);
-        if (next == keys.end() || name <= next->first)
-            return next;
-    }
-    return keys.lower_bound(name);
 }
 
 const std::string &CfgClass::writtenName(const std::string &name, const std::string &capitals) const
@@ -413,25 +322,26 @@ void CfgClass::rewriteKey(KeyRec &key, const std::string &value)
     key.value = TrimmedView(value);
 }
 
+void CfgClass::eraseLines(const KeyRec &key)
+{
+    m_lines.erase(key.line);
+    for (const LinePos line : key.repeated)
+        m_lines.erase(line);
+}
+
 void CfgClass::removeKey(SectRec &section, KeyPos key)
 {
-    section.newest = section.keys.end();
-    section.cursor.removing(key);
-    for (const LinePos line : key->second.repeated)
-        m_lines.erase(line);
-    m_lines.erase(key->second.line);
-    section.keyLines.erase(key->second.order);
+    std::erase(section.keyLines, key->second.line);
+    eraseLines(key->second);
     section.keys.erase(key);
 }
 
 void CfgClass::removeSection(SectionPos section)
 {
-    SectRec &record = section->second;
-    while (!record.keys.empty())
-        removeKey(record, record.keys.begin());
-    for (const LinePos header : record.headers)
+    for (const auto &[name, key] : section->second.keys)
+        eraseLines(key);
+    for (const LinePos header : section->second.headers)
         m_lines.erase(header, std::find_if(std::next(header), m_lines.end(), isHeader));
-    m_sectionCursor.removing(section);
     m_currentSection = m_sections.end();
     m_sections.erase(section);
 }
@@ -555,13 +465,12 @@ unsigned long CfgClass::GetSectionCount()
 
 std::string CfgClass::GetSectionName(unsigned long index)
 {
-    const SectionPos section = m_sectionCursor.find(m_sections, index);
-    if (section == m_sections.end()) {
+    if (index >= m_sections.size()) {
         fail(BAD_ARGUMENT);
         return {};
     }
     succeed();
-    return section->first;
+    return std::next(m_sections.begin(), static_cast<std::ptrdiff_t>(index))->first;
 }
 
 // Keys.
@@ -603,10 +512,10 @@ std::string CfgClass::GetKeyName(const char *section, unsigned long index)
         fail(BAD_ARGUMENT);
         return {};
     }
-    return found->second.cursor.find(found->second.keys, index)->first;
+    return std::next(found->second.keys.begin(), static_cast<std::ptrdiff_t>(index))->first;
 }
 
-// Typed reads and writes.
+// Values.
 
 std::string CfgClass::ReadStr(const char *section, const char *key, const char *def)
 {
@@ -616,26 +525,6 @@ std::string CfgClass::ReadStr(const char *section, const char *key, const char *
         && LocateKey(found, key, at))
         return at->second.value;
     return def == nullptr ? "" : def;
-}
-
-long CfgClass::ReadInt(const char *section, const char *key, long def)
-{
-    return StrToIntDef(ReadStr(section, key, ""), def);
-}
-
-bool CfgClass::ReadBool(const char *section, const char *key, bool def)
-{
-    return StrToIntDef(ReadStr(section, key, ""), def ? 1 : 0) != 0;
-}
-
-long CfgClass::ReadDateTime(const char *section, const char *key, const char *format, long def)
-{
-    return StrToDateTimeDef(ReadStr(section, key, "").c_str(), format, def);
-}
-
-double CfgClass::ReadFloat(const char *section, const char *key, double def)
-{
-    return StrToFloatDef(ReadStr(section, key, ""), def);
 }
 
 bool CfgClass::WriteStr(const char *section, const char *key, const char *value)
@@ -660,34 +549,6 @@ bool CfgClass::WriteStr(const char *section, const char *key, const char *value)
         return false;
     }
     return commit();
-}
-
-bool CfgClass::WriteInt(const char *section, const char *key, long value)
-{
-    return WriteStr(section, key, IntToStr(value, 0, '0').c_str());
-}
-
-bool CfgClass::WriteUInt(const char *section, const char *key, unsigned long value)
-{
-    return WriteStr(section, key, UIntToStr(value, 0, '0').c_str());
-}
-
-bool CfgClass::WriteBool(const char *section, const char *key, bool value)
-{
-    return WriteStr(section, key, value ? "1" : "0");
-}
-
-bool CfgClass::WriteDateTime(const char *section, const char *key, const char *format, long value)
-{
-    const std::string text = DateTimeToStr(value, format);
-    return WriteStr(section, key, text.empty() ? nullptr : text.c_str());
-}
-
-bool CfgClass::WriteFloat(const char *section, const char *key, double value, unsigned int width,
-                          unsigned int precision)
-{
-    return WriteStr(section, key,
-                    FloatToStr(value, static_cast<int>(width), precision, ' ').c_str());
 }
 
 void CfgClass::SetCached(bool cached)
@@ -719,168 +580,6 @@ std::uint64_t CfgClass::GetErrorLine() const
 {
     return m_errorLine;
 }
-
-// The other shapes. Strings are passed on as their characters, no section means the selected one,
-// and a number means the key with that number: none, and so a bad argument, when there are less.
-
-bool CfgClass::Open(const std::string &name)
-{
-    return Open(name.c_str());
-}
-
-bool CfgClass::OpenReadOnly(const std::string &name)
-{
-    return OpenReadOnly(name.c_str());
-}
-
-bool CfgClass::SaveAs(const std::string &name)
-{
-    return SaveAs(name.c_str());
-}
-
-bool CfgClass::SetSection(const std::string &section)
-{
-    return SetSection(section.c_str());
-}
-
-bool CfgClass::SectionExists(const std::string &section)
-{
-    return SectionExists(section.c_str());
-}
-
-bool CfgClass::SectionExists()
-{
-    return SectionExists(m_selectedSection);
-}
-
-bool CfgClass::EraseSection(const std::string &section)
-{
-    return EraseSection(section.c_str());
-}
-
-bool CfgClass::EraseSection()
-{
-    return EraseSection(m_selectedSection);
-}
-
-bool CfgClass::KeyExists(const std::string &section, const std::string &key)
-{
-    return KeyExists(section.c_str(), key.c_str());
-}
-
-bool CfgClass::KeyExists(const char *key)
-{
-    return KeyExists(m_selectedSection.c_str(), key);
-}
-
-bool CfgClass::KeyExists(const std::string &key)
-{
-    return KeyExists(key.c_str());
-}
-
-bool CfgClass::DeleteKey(const std::string &section, const std::string &key)
-{
-    return DeleteKey(section.c_str(), key.c_str());
-}
-
-bool CfgClass::DeleteKey(const char *key)
-{
-    return DeleteKey(m_selectedSection.c_str(), key);
-}
-
-bool CfgClass::DeleteKey(const std::string &key)
-{
-    return DeleteKey(key.c_str());
-}
-
-bool CfgClass::DeleteKey(unsigned long index)
-{
-    return DeleteKey(GetKeyName(index));
-}
-
-unsigned long CfgClass::GetKeyCount(const std::string &section)
-{
-    return GetKeyCount(section.c_str());
-}
-
-unsigned long CfgClass::GetKeyCount()
-{
-    return GetKeyCount(m_selectedSection);
-}
-
-std::string CfgClass::GetKeyName(const std::string &section, unsigned long index)
-{
-    return GetKeyName(section.c_str(), index);
-}
-
-std::string CfgClass::GetKeyName(unsigned long index)
-{
-    return GetKeyName(m_selectedSection, index);
-}
-
-// What follows the address of a value in each family; `Text` is how texts are passed there.
-#define TEXT_DEFAULT(Text) Text def
-#define LONG_DEFAULT(Text) long def
-#define BOOL_DEFAULT(Text) bool def
-#define DOUBLE_DEFAULT(Text) double def
-#define TIME_DEFAULT(Text) Text format, long def
-#define TEXT_VALUE(Text) Text value
-#define LONG_VALUE(Text) long value
-#define ULONG_VALUE(Text) unsigned long value
-#define BOOL_VALUE(Text) bool value
-#define TIME_VALUE(Text) Text format, long value
-#define DOUBLE_VALUE(Text) double value, unsigned int width, unsigned int precision
-
-// The shapes that follow from the first, which makes seven. The variable arguments are what is
-// passed on behind the address.
-#define SEVEN_SHAPES(Type, Operation, Tail, ...) \
-    Type CfgClass::Operation(const std::string &section, const std::string &key, \
-                             Tail(const std::string &)) \
-    { \
-        return Operation(section.c_str(), key.c_str(), __VA_ARGS__); \
-    } \
-    Type CfgClass::Operation(const char *key, Tail(const char *)) \
-    { \
-        return Operation(m_selectedSection.c_str(), key, __VA_ARGS__); \
-    } \
-    Type CfgClass::Operation(const std::string &key, Tail(const std::string &)) \
-    { \
-        return Operation(key.c_str(), __VA_ARGS__); \
-    } \
-    Type CfgClass::Operation(const char *section, unsigned long index, Tail(const char *)) \
-    { \
-        return Operation(section, GetKeyName(section, index).c_str(), __VA_ARGS__); \
-    } \
-    Type CfgClass::Operation(const std::string &section, unsigned long index, \
-                             Tail(const std::string &)) \
-    { \
-        return Operation(section.c_str(), index, __VA_ARGS__); \
-    } \
-    Type CfgClass::Operation(unsigned long index, Tail(const char *)) \
-    { \
-        return Operation(m_selectedSection.c_str(), index, __VA_ARGS__); \
-    }
-
-#define EIGHTH_SHAPE(Type, Operation, Tail, ...) \
-    Type CfgClass::Operation(unsigned long index, Tail(const std::string &)) \
-    { \
-        return Operation(index, __VA_ARGS__); \
-    }
-
-SEVEN_SHAPES(std::string, ReadStr, TEXT_DEFAULT, chars(def))
-EIGHTH_SHAPE(std::string, ReadStr, TEXT_DEFAULT, chars(def))
-SEVEN_SHAPES(long, ReadInt, LONG_DEFAULT, def)
-SEVEN_SHAPES(bool, ReadBool, BOOL_DEFAULT, def)
-SEVEN_SHAPES(long, ReadDateTime, TIME_DEFAULT, chars(format), def)
-SEVEN_SHAPES(double, ReadFloat, DOUBLE_DEFAULT, def)
-
-SEVEN_SHAPES(bool, WriteStr, TEXT_VALUE, chars(value))
-EIGHTH_SHAPE(bool, WriteStr, TEXT_VALUE, chars(value))
-SEVEN_SHAPES(bool, WriteInt, LONG_VALUE, value)
-SEVEN_SHAPES(bool, WriteUInt, ULONG_VALUE, value)
-SEVEN_SHAPES(bool, WriteBool, BOOL_VALUE, value)
-SEVEN_SHAPES(bool, WriteDateTime, TIME_VALUE, chars(format), value)
-SEVEN_SHAPES(bool, WriteFloat, DOUBLE_VALUE, value, width, precision)
 
 // The system-wide configuration file.
 

@@ -2,7 +2,6 @@
 #define PELCLOUD_SUPPORT_CFGCLASS_H
 
 #include <cstdint>
-#include <forward_list>
 #include <list>
 #include <map>
 #include <string>
@@ -11,21 +10,20 @@
 /**
  * Reads, edits and writes INI files: sections in brackets, key=value lines, comments that begin
  * with ";", "#" or "'". The lines are kept as they were read, so that a rewrite preserves comments
- * and layout, and only those that an edit concerns change.
+ * and layout: an edit changes only its own lines.
  *
- * Names of sections and keys are case-insensitive and held in capitals; values keep their case. Of
- * a key that occurs twice in a section, the first occurrence counts; a section whose header occurs
- * twice is one section. Keys before any header are in the section with the empty name.
+ * Names of sections and keys are case-insensitive and held in capitals; values keep their case. The
+ * first occurrence of a key in a section counts; a section whose header occurs twice is one
+ * section. Keys before any header are in the section with the empty name.
  *
- * Every operation leaves an error code, and tells with it, never with an exception, that it
- * failed. Loading a file with bad lines takes the good ones and counts as success.
- * Every write rewrites the file at once, unless SetCached(true) puts that off; a write that fails
- * keeps the change in memory, and the next one tries again. The destructor saves like Close().
- * A value that holds a line feed is refused with error 1, a name that no load would give back with
- * error 3. A value that holds a bracket is written, but no later
- * load accepts its line.
+ * Every operation sets an error code; none throws because of it. A load takes the good lines of a
+ * file with bad ones and counts as success. Every write rewrites the file at once, unless
+ * SetCached(true) defers that; after a failed write the change stays in memory, and the next write
+ * tries again. The destructor saves like Close(). A value with a line feed is refused with error 1,
+ * a name that a load would read differently with error 3. A value with a bracket is written, but no
+ * later load accepts its line.
  *
- * An object may be used by one thread at a time. It owns no open file between two operations.
+ * An object may be used by one thread at a time. It keeps no file open between two operations.
  *
  * The order of the virtual functions is a contract with users of the compiled class.
  */
@@ -47,28 +45,6 @@ public:
     CfgClass(const CfgClass &) = delete;
     CfgClass &operator=(const CfgClass &) = delete;
 
-private:
-    /**
-     * Finds items of one map by number. Starts from the item last found, from where the next one is
-     * seldom far, and follows it through insertions and removals.
-     */
-    template <class Map>
-    class Cursor
-    {
-    public:
-        using Pos = typename Map::iterator;
-
-        Pos find(Map &map, unsigned long index);
-        void inserted(Pos item);
-        void removing(Pos item);
-        void reset() { m_isSet = false; }
-
-    private:
-        bool m_isSet = false;
-        unsigned long m_index = 0;
-        Pos m_item;
-    };
-
 protected:
     using Lines = std::list<std::string>;
     using LinePos = Lines::iterator; // stable; the end stands for no line
@@ -77,34 +53,26 @@ protected:
     {
         std::string value; // trimmed
         LinePos line;
-        std::list<LinePos>::iterator order;  // its place in SectRec::keyLines
-        std::forward_list<LinePos> repeated; // later lines with this key, which do not count
+        std::vector<LinePos> repeated; // later lines with this key, which do not count
     };
     using Keys = std::map<std::string, KeyRec>;
     using KeyPos = Keys::iterator;
 
-    struct SectRec // stays where it is: it points into its own keys
+    struct SectRec
     {
-        SectRec() = default;
-        SectRec(const SectRec &) = delete;
-        SectRec &operator=(const SectRec &) = delete;
-        ~SectRec() = default;
-
         Keys keys;
         std::vector<LinePos> headers;
-        std::list<LinePos> keyLines; // in file order: a new key goes behind the last
-        Cursor<Keys> cursor;
-        KeyPos newest = keys.end(); // the key last inserted; none once one has been removed
+        std::vector<LinePos> keyLines; // in file order: a new key goes after the last
     };
     using Sections = std::map<std::string, SectRec>;
     using SectionPos = Sections::iterator;
 
-    /** Whether names are written in capitals, rather than as the caller spells them. */
+    /** Whether new names are written in capitals rather than in the caller's spelling. */
     virtual bool GetUpperCaseWriteCache() const;
 
     /** Loads the file, without its lines if it will not be written. Errors 2 and 7. */
     virtual bool LoadFile(bool noLines);
-    /** Writes the lines, if they changed; true also when there is nothing that could be written. */
+    /** Writes the lines if they changed. True also without a file, or with a read-only one. */
     virtual bool SaveFile();
     virtual void ClearReadCache();  // sections and keys
     virtual void ClearWriteCache(); // lines
@@ -114,7 +82,7 @@ protected:
     virtual bool InsertSection(const std::string &name, LinePos line, bool newLine);
     /**
      * Adds a key. `at` is where LocateKey() missed it, and then where it is. `newLine` adds its
-     * line behind the section's last key.
+     * line after the section's last key.
      */
     virtual bool InsertKey(const std::string &key, const std::string &value, SectionPos section,
                            KeyPos &at, LinePos line, bool newLine);
@@ -122,7 +90,7 @@ protected:
     /** When there is no such key, `at` is set to where it would be. */
     virtual bool LocateKey(SectionPos section, const std::string &key, KeyPos &at);
 
-    // How an operation ends: sets the error code, returns whether it is 0.
+    // Set the error code and return whether it is 0.
     bool succeed();
     bool fail(ErrorCode code);
 
@@ -140,9 +108,9 @@ public:
     /** The same for reading only; a file that cannot be read fails. */
     virtual bool OpenReadOnly(const char *name);
     virtual bool OpenReadOnly(const std::string &name);
-    /** Saves what is not yet saved and forgets the file in any case. False when saving failed. */
+    /** Saves pending changes and forgets the file in any case. False if saving failed. */
     virtual bool Close();
-    /** Writes all lines under another name and goes on with it; error 4, and the old name, if not. */
+    /** Writes all lines under another name and keeps that name; error 4 and the old name if not. */
     virtual bool SaveAs(const char *name);
     virtual bool SaveAs(const std::string &name);
     [[nodiscard]] virtual std::string GetFileName() const;
@@ -155,8 +123,8 @@ public:
     // Sections. Numbers count in the order of the names, from 0.
 
     /**
-     * Selects the section for the operations that take none. Selects it also when there is no such
-     * section yet, for a write may create it; then it returns false, with error 1.
+     * Selects the section for the operations that take none. Also selects a section that does not
+     * exist, since a write may create it; returns false with error 1 then.
      */
     virtual bool SetSection(const char *section);
     virtual bool SetSection(const std::string &section);
@@ -171,8 +139,8 @@ public:
     virtual unsigned long GetSectionCount();
     virtual std::string GetSectionName(unsigned long index);
 
-    // Keys. Numbers count in the order of the names, from 0, which as a literal is 0UL: a bare 0
-    // would be a null name as well.
+    // Keys. Numbers count in the order of the names, from 0. As a literal that is 0UL: a bare 0
+    // would also be a null name.
 
     virtual bool KeyExists(const char *section, const char *key);
     virtual bool KeyExists(const std::string &section, const std::string &key);
@@ -241,7 +209,7 @@ public:
     virtual double ReadFloat(const std::string &section, unsigned long index, double def);
     virtual double ReadFloat(unsigned long index, double def);
 
-    // Typed writes, addressed likewise; sections and keys are created where names ask for new ones.
+    // Typed writes, addressed likewise; missing sections and keys are created when given by name.
 
     virtual bool WriteStr(const char *section, const char *key, const char *value);
     virtual bool WriteStr(const std::string &section, const std::string &key,
@@ -305,7 +273,7 @@ public:
     virtual bool WriteFloat(unsigned long index, double value, unsigned int width,
                             unsigned int precision);
 
-    /** Whether writes wait for Flush() or Close(). Switching that off flushes. */
+    /** Whether writes are deferred to Flush() or Close(). Switching that off flushes. */
     virtual void SetCached(bool cached);
     virtual bool Flush();
     [[nodiscard]] virtual bool IsFail() const;
@@ -314,18 +282,17 @@ public:
     [[nodiscard]] virtual std::uint64_t GetErrorLine() const;
 
 private:
-    /** Checks what every operation on the file's content needs. */
+    // What operations on the file's content require; set the error code.
     bool isOpen(bool argumentsGiven);
     bool isWritable(bool argumentsGiven);
 
     bool openAs(const char *name, bool readOnly);
     bool enterSection(const std::string &name, LinePos line);
     bool addKey(const std::string &key, const std::string &value, LinePos line);
-    /** Where the key is or would be: often behind the newest, for names tend to come in order. */
-    static KeyPos placeOf(SectRec &section, const std::string &name);
     const std::string &writtenName(const std::string &name, const std::string &capitals) const;
     LinePos newKeyPosition(SectRec &section);
     static void rewriteKey(KeyRec &key, const std::string &value);
+    void eraseLines(const KeyRec &key);
     void removeKey(SectRec &section, KeyPos key);
     void removeSection(SectionPos section);
     bool writeLines(const std::string &name) const;
@@ -338,18 +305,13 @@ private:
     bool m_readOnly = false;
     bool m_modified = false;
     SectionPos m_currentSection; // while parsing
-    KeyPos m_currentKey;
     std::string m_selectedSection;
-    Cursor<Sections> m_sectionCursor;
     bool m_cached = false;
     std::int32_t m_errorCode = SUCCESS;
     std::uint64_t m_errorLine = 0;
 };
 
-/**
- * The same for the system-wide configuration file, whose new names are written as the caller
- * spells them.
- */
+/** The same for the system-wide configuration file: new names keep the caller's spelling. */
 class RegCfgClass : public CfgClass
 {
 public:

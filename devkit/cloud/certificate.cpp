@@ -11,7 +11,7 @@ namespace localcloud {
 
 namespace {
 
-constexpr long SECONDS_BEFORE = 3600; // for clients whose clock is a little behind
+constexpr long SECONDS_BEFORE = 3600; // for clients whose clock is behind
 constexpr long SECONDS_AFTER = 30L * 24 * 3600;
 constexpr const char *NAMES = "DNS:localhost,IP:127.0.0.1";
 
@@ -71,7 +71,7 @@ SslContext makeServerContext()
     require(context && SSL_CTX_use_certificate(context.get(), certificate.get()) == 1
                     && SSL_CTX_use_PrivateKey(context.get(), key.get()) == 1,
             "context");
-    SSL_CTX_set_num_tickets(context.get(), 0); // nothing but answers follows the handshake
+    SSL_CTX_set_num_tickets(context.get(), 0); // the server sends nothing but answers
     return context;
 }
 

@@ -16,6 +16,8 @@ namespace localcloud {
 
 namespace {
 
+using namespace Qt::StringLiterals;
+
 constexpr const char *COMPUTER_PATH = "/_ah/api/pelorin/v1/mon/([^/]{1,200})";
 constexpr const char *DEVICE_PATH = "/_ah/api/pelorin/v1/mon/([^/]{1,200})/device/([0-9]{3})";
 constexpr std::string_view BEARER = "Bearer ";
@@ -36,14 +38,13 @@ Answer json(int status, const QJsonObject &object)
     return answer;
 }
 
-/** An error of the reporting API. */
+/** An error answer of the reporting API. */
 Answer apiError(int status, const char *message)
 {
     Answer answer =
             json(status,
-                 { { QStringLiteral("error"),
-                     QJsonObject{ { QStringLiteral("code"), status },
-                                  { QStringLiteral("message"), QString::fromUtf8(message) } } } });
+                 { { u"error"_s, QJsonObject{ { u"code"_s, status },
+                                              { u"message"_s, QString::fromUtf8(message) } } } });
     if (status == 401)
         answer.headers.emplace_back("WWW-Authenticate", "Bearer");
     return answer;
@@ -51,10 +52,10 @@ Answer apiError(int status, const char *message)
 
 Answer oauthError(int status, std::string_view word)
 {
-    return json(status, { { QStringLiteral("error"), QString::fromUtf8(word) } });
+    return json(status, { { u"error"_s, QString::fromUtf8(word) } });
 }
 
-/** A page or one of its files; nothing on it may come from elsewhere. */
+/** A page or one of its files; it may load nothing from other servers. */
 Answer file(const char *type, std::string body)
 {
     Answer answer;
@@ -107,7 +108,7 @@ const char *statusMessage(int status)
     }
 }
 
-/** The answer to a request that a fault befalls. A slow request has a usual one, which waits. */
+/** The answer of a request with a fault other than Slow, which only delays the usual answer. */
 Answer faultyAnswer(const Fault &fault, FaultTarget target)
 {
     Answer answer;
@@ -121,6 +122,7 @@ Answer faultyAnswer(const Fault &fault, FaultTarget target)
         answer.delivery = Delivery::Reset;
         break;
     case FaultKind::Silence:
+    case FaultKind::Hang:
         answer.delivery = Delivery::Silence;
         answer.delay = milliseconds(fault.seconds);
         break;
@@ -133,7 +135,7 @@ Answer faultyAnswer(const Fault &fault, FaultTarget target)
     return answer;
 }
 
-/** Lets the fault take the place of the usual answer or delay it. */
+/** Replaces or delays the usual answer if there is a fault. */
 template <class MakeAnswer>
 Answer withFault(const std::optional<Fault> &fault, FaultTarget target, MakeAnswer usual)
 {
@@ -150,23 +152,23 @@ std::string escaped(const std::string &value)
     return QString::fromUtf8(value).toHtmlEscaped().toStdString();
 }
 
-/** The approval page with a message, and with the code that was typed or came with the link. */
+/** The approval page with a message and the code that was typed or is part of the link. */
 Answer approvalPage(const char *message, const std::string &kind, const std::string &userCode)
 {
     QString page = QString::fromUtf8(APPROVE_HTML);
-    page.replace(QLatin1String("{{message}}"), QLatin1String(message));
-    page.replace(QLatin1String("{{kind}}"), QString::fromUtf8(kind));
-    page.replace(QLatin1String("{{user_code}}"), QString::fromUtf8(escaped(userCode)));
+    page.replace("{{message}}"_L1, QLatin1String(message));
+    page.replace("{{kind}}"_L1, QString::fromUtf8(kind));
+    page.replace("{{user_code}}"_L1, QString::fromUtf8(escaped(userCode)));
     return file(HTML, page.toStdString());
 }
 
 std::string chartLibrary()
 {
-    QFile library(QStringLiteral(PELCLOUD_CHART_LIBRARY));
+    QFile library(QString::fromUtf8(PELCLOUD_CHART_LIBRARY));
     return library.open(QIODevice::ReadOnly) ? library.readAll().toStdString() : std::string();
 }
 
-/** What is not worth noting: what the page and the tests ask this program about itself. */
+/** Requests of the page and of tests, which are not logged. */
 bool isOwnRequest(const std::string &target)
 {
     return target == "/" || target.starts_with("/?") || target.starts_with("/api/")
@@ -277,7 +279,8 @@ Answer Cloud::takeReport(const Request &request, const std::string &device)
     const std::string &computer = request.captures[0];
     const std::optional<QJsonDocument> report = parse(request.body);
     const std::lock_guard lock(m_mutex);
-    return withFault(m_faults.next(FaultTarget::Api), FaultTarget::Api, [&] {
+    const auto fault = m_faults.next(FaultTarget::Api, request.isOnKeptConnection);
+    return withFault(fault, FaultTarget::Api, [&] {
         if (!m_oauth.isValid(bearerToken(request)))
             return apiError(401, statusMessage(401));
         if (!report || !report->isObject())
@@ -295,7 +298,8 @@ Answer Cloud::takeReport(const Request &request, const std::string &device)
 Answer Cloud::token(const Request &request)
 {
     const std::lock_guard lock(m_mutex);
-    return withFault(m_faults.next(FaultTarget::Token), FaultTarget::Token, [&] {
+    const auto fault = m_faults.next(FaultTarget::Token, request.isOnKeptConnection);
+    return withFault(fault, FaultTarget::Token, [&] {
         const OAuthReply reply = m_oauth.token(request.fields);
         Answer answer = json(reply.status, reply.body);
         answer.headers.emplace_back("Cache-Control", "no-store");
@@ -323,29 +327,28 @@ Answer Cloud::state(const Request &request)
 {
     const std::lock_guard lock(m_mutex);
     const double time = now();
-    return json(200, { { QStringLiteral("now"), time },
-                       { QStringLiteral("number"), static_cast<qint64>(m_reports.sequence()) },
-                       { QStringLiteral("requests"), static_cast<qint64>(m_requests.sequence()) },
-                       { QStringLiteral("secondsBetween"), m_limits.secondsBetweenReports },
-                       { QStringLiteral("waiting"), static_cast<qint64>(m_oauth.waitingDevices()) },
-                       { QStringLiteral("computers"),
-                         m_reports.computers(numberField(request, "since"), time) } });
+    return json(200,
+                { { u"now"_s, time },
+                  { u"number"_s, static_cast<qint64>(m_reports.sequence()) },
+                  { u"requests"_s, static_cast<qint64>(m_requests.sequence()) },
+                  { u"secondsBetween"_s, m_limits.secondsBetweenReports },
+                  { u"waiting"_s, static_cast<qint64>(m_oauth.waitingDevices()) },
+                  { u"computers"_s, m_reports.computers(numberField(request, "since"), time) } });
 }
 
 Answer Cloud::reports(const Request &request)
 {
     const std::lock_guard lock(m_mutex);
-    return json(200, { { QStringLiteral("number"), static_cast<qint64>(m_reports.sequence()) },
-                       { QStringLiteral("reports"),
-                         m_reports.reportsAfter(numberField(request, "since")) } });
+    return json(200, { { u"number"_s, static_cast<qint64>(m_reports.sequence()) },
+                       { u"reports"_s, m_reports.reportsAfter(numberField(request, "since")) } });
 }
 
 Answer Cloud::requests(const Request &request)
 {
     const std::lock_guard lock(m_mutex);
-    return json(200, { { QStringLiteral("number"), static_cast<qint64>(m_requests.sequence()) },
-                       { QStringLiteral("requests"),
-                         m_requests.requestsAfter(numberField(request, "since")) } });
+    return json(200,
+                { { u"number"_s, static_cast<qint64>(m_requests.sequence()) },
+                  { u"requests"_s, m_requests.requestsAfter(numberField(request, "since")) } });
 }
 
 Answer Cloud::body(const Request &request)
@@ -361,7 +364,7 @@ Answer Cloud::body(const Request &request)
 Answer Cloud::history(const Request &request)
 {
     const std::lock_guard lock(m_mutex);
-    return json(200, { { QStringLiteral("rows"),
+    return json(200, { { u"rows"_s,
                          m_reports.history(request.field("computer"), request.field("device")) } });
 }
 
@@ -370,16 +373,15 @@ Answer Cloud::faults()
     const std::lock_guard lock(m_mutex);
     QJsonArray rules;
     for (std::size_t i = 0; i < m_faults.rules().size(); ++i)
-        rules.append(QJsonObject{
-                { QStringLiteral("rule"), QString::fromUtf8(m_faults.rules()[i].text) },
-                { QStringLiteral("seen"), static_cast<qint64>(m_faults.seen(i)) } });
-    return json(200, { { QStringLiteral("faults"), rules } });
+        rules.append(QJsonObject{ { u"rule"_s, QString::fromUtf8(m_faults.rules()[i].text) },
+                                  { u"seen"_s, static_cast<qint64>(m_faults.seen(i)) } });
+    return json(200, { { u"faults"_s, rules } });
 }
 
 Answer Cloud::changeFaults(const Request &request)
 {
     const std::optional<QJsonDocument> document = parse(request.body);
-    const QJsonValue list = document ? (*document)[QStringLiteral("faults")] : QJsonValue();
+    const QJsonValue list = document ? (*document)[u"faults"_s] : QJsonValue();
     if (!list.isArray())
         return oauthError(400, "the body is no object with a list \"faults\"");
     std::vector<FaultRule> rules;

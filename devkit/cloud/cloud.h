@@ -15,13 +15,13 @@
 namespace localcloud {
 
 /**
- * The endpoints of the local cloud over what it knows: reports, authorizations, faults, requests. The
- * endpoints may be asked from any thread.
+ * The endpoints of the local cloud. It owns the reports, authorizations, faults and the request log.
+ * The endpoints may be called by any thread.
  */
 class Cloud
 {
 public:
-    /** Gets a line for each report that is taken in, one at a time. */
+    /** Called with a line for each accepted report, one at a time. */
     using Announce = std::function<void(const std::string &line)>;
 
     Cloud(const ReportLimits &limits, const OAuthSettings &oauth, Announce announce);
@@ -30,13 +30,13 @@ public:
     void setVerificationUrl(const std::string &url);
     void setFaults(std::vector<FaultRule> rules);
 
-    /** Adds the reporting API, the page and what the page and tests ask for. */
+    /** Adds the reporting API, the page, and the endpoints for the page and tests. */
     void serveApi(HttpServer &server);
 
     /** Adds the token endpoint, device authorization and the approval page. */
     void serveOAuth(HttpServer &server);
 
-    /** Notes a CONNECT in the request log. */
+    /** Adds a CONNECT to the request log. */
     void noteConnect(const std::string &target);
 
 private:
@@ -54,7 +54,7 @@ private:
     [[nodiscard]] Answer faults();
     [[nodiscard]] Answer changeFaults(const Request &request);
 
-    std::mutex m_mutex; // guards all below
+    std::mutex m_mutex; // guards the members below
     ReportLimits m_limits;
     Reports m_reports;
     OAuthServer m_oauth;

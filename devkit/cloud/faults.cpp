@@ -10,6 +10,7 @@ namespace {
 
 constexpr double SLOW_SECONDS = 3;
 constexpr double SILENT_SECONDS = 60;
+constexpr double HANG_SECONDS = 86400; // longer than any client waits
 constexpr double MAX_SECONDS = 600;
 
 struct KindName
@@ -25,6 +26,7 @@ constexpr std::array KINDS{
     KindName{ "500", FaultKind::Status, 500 },
     KindName{ "reset", FaultKind::Reset, 0 },
     KindName{ "silence", FaultKind::Silence, 0 },
+    KindName{ "hang", FaultKind::Hang, 0 },
     KindName{ "slow", FaultKind::Slow, 0 },
     KindName{ "bad-json", FaultKind::BadJson, 0 },
     KindName{ "authorization_pending", FaultKind::OAuthError, 400 },
@@ -35,7 +37,7 @@ constexpr std::array KINDS{
     KindName{ "invalid_grant", FaultKind::OAuthError, 400 },
 };
 
-/** Cuts `text` up to the next colon off its front. */
+/** Removes the text up to the next colon from `text` and returns it. */
 std::string_view cutField(std::string_view &text)
 {
     const std::size_t end = std::min(text.find(':'), text.size());
@@ -74,13 +76,15 @@ bool readKind(std::string_view name, FaultRule &rule)
         rule.fault.seconds = SLOW_SECONDS;
     if (found->kind == FaultKind::Silence)
         rule.fault.seconds = SILENT_SECONDS;
+    if (found->kind == FaultKind::Hang)
+        rule.fault.seconds = HANG_SECONDS;
     return true;
 }
 
 bool readWhen(FaultRule::When when, std::string_view value, FaultRule &rule)
 {
     if (rule.when != FaultRule::When::Always)
-        return false; // only one of nth, every and share
+        return false; // at most one of nth, every and share
     rule.when = when;
     if (when == FaultRule::When::Share)
         return readNumber(value, rule.share) && rule.share >= 0 && rule.share <= 1;
@@ -134,12 +138,14 @@ void FaultPlan::setRules(std::vector<FaultRule> rules)
     m_seen.assign(m_rules.size(), 0);
 }
 
-std::optional<Fault> FaultPlan::next(FaultTarget target)
+std::optional<Fault> FaultPlan::next(FaultTarget target, bool isOnKeptConnection)
 {
     std::optional<Fault> fault;
     for (std::size_t i = 0; i < m_rules.size(); ++i) {
         const FaultRule &rule = m_rules[i];
-        if (rule.target == target && befalls(rule, ++m_seen[i]) && !fault)
+        if (rule.target != target || !befalls(rule, ++m_seen[i]))
+            continue;
+        if (!fault && (isOnKeptConnection || rule.fault.kind != FaultKind::Hang))
             fault = rule.fault;
     }
     return fault;

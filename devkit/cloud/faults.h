@@ -10,33 +10,34 @@
 
 namespace localcloud {
 
-/** The two kinds of requests that faults are made for. */
+/** The requests that can have faults. */
 enum class FaultTarget { Api, Token };
 
 enum class FaultKind {
-    Status,     // an error status with a fitting body
-    OAuthError, // one of the error words of the token endpoint
+    Status,     // an error status with a matching body
+    OAuthError, // an error word of the token endpoint
     Reset,      // the connection is reset
-    Silence,    // the connection stays open and nothing is answered
-    Slow,       // the answer comes late
-    BadJson     // an answer of success whose body is no JSON
+    Silence,    // no answer; the connection stays open
+    Hang,       // as Silence, but only for requests on a kept connection
+    Slow,       // the answer is late
+    BadJson     // status 200 with a body that is not JSON
 };
 
-/** What is to be done instead of (or, when slow, before) the usual answer. */
+/** What replaces the usual answer or, if Slow, precedes it. */
 struct Fault
 {
     FaultKind kind = FaultKind::Status;
     int status = 0;     // of FaultKind::Status
     std::string word;   // of FaultKind::OAuthError
-    double seconds = 0; // how long Silence and Slow take
+    double seconds = 0; // of Silence, Hang and Slow
 };
 
-/** A fault and the requests that it befalls. */
+/** A fault and the requests that have it. */
 struct FaultRule
 {
     enum class When { Always, Nth, Every, Share };
 
-    std::string text; // as it was given
+    std::string text; // as given
     FaultTarget target = FaultTarget::Api;
     Fault fault;
     When when = When::Always;
@@ -46,24 +47,24 @@ struct FaultRule
 
 /**
  * Reads "api:500:every=3", "token:reset:nth=2", "api:silence:share=0.1" or "api:slow:seconds=2": target,
- * kind, and settings in any order. Without nth, every or share the rule befalls every request. Nothing,
- * and the reason in `error`, when the text is not of this form.
+ * kind, and settings in any order. Without nth, every or share the rule is for every request. If the text
+ * is not of this form, returns nothing and sets `error`.
  */
 [[nodiscard]] std::optional<FaultRule> parseFaultRule(std::string_view text, std::string &error);
 
-/** The rules in force, each with its own count of requests. Not safe for concurrent use. */
+/** The active rules, each with its own count of requests. Not safe for concurrent use. */
 class FaultPlan
 {
 public:
-    /** Puts `rules` in force in place of the former ones and counts from the start. */
+    /** Replaces the rules; all counts start again. */
     void setRules(std::vector<FaultRule> rules);
 
-    /** Counts a request; the fault that befalls it, of several the one whose rule stands first. */
-    [[nodiscard]] std::optional<Fault> next(FaultTarget target);
+    /** Counts a request; its fault, of several that of the first rule. */
+    [[nodiscard]] std::optional<Fault> next(FaultTarget target, bool isOnKeptConnection = false);
 
     [[nodiscard]] const std::vector<FaultRule> &rules() const;
 
-    /** How many requests the rule at `index` has seen. */
+    /** The count of requests of the rule at `index`. */
     [[nodiscard]] std::uint64_t seen(std::size_t index) const;
 
 private:
@@ -71,7 +72,7 @@ private:
 
     std::vector<FaultRule> m_rules;
     std::vector<std::uint64_t> m_seen;
-    std::mt19937 m_random; // from the same start in every run, so that a run can be repeated
+    std::mt19937 m_random; // same seed in every run: runs are repeatable
 };
 
 } // namespace localcloud

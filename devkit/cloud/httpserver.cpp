@@ -18,8 +18,8 @@ namespace {
 constexpr std::size_t THREADS = 64;
 constexpr std::size_t MAX_BODY = std::size_t{ 8 } << 20U;
 constexpr std::size_t MAX_KEPT_HEAD = 65536;
-constexpr std::size_t KEEP_ALIVE_MAX = 1000;     // what clients are told; nobody counts
-constexpr std::chrono::seconds IDLE_LIMIT{ 60 }; // of a connection that is kept alive
+constexpr std::size_t KEEP_ALIVE_MAX = 1000;     // only announced, not enforced
+constexpr std::chrono::seconds IDLE_LIMIT{ 60 }; // of a kept connection
 constexpr std::chrono::seconds TRANSFER_LIMIT{ 30 };
 
 struct SslDeleter
@@ -27,7 +27,7 @@ struct SslDeleter
     void operator()(SSL *ssl) const { SSL_free(ssl); }
 };
 
-/** The header lines of a request's head, as they came. */
+/** The header lines of a request's head, unchanged. */
 HeaderList parseHeaders(std::string_view head)
 {
     HeaderList headers;
@@ -45,15 +45,16 @@ HeaderList parseHeaders(std::string_view head)
 }
 
 /**
- * A client's connection as the HTTP library wants to see one. The library writes an answer piece by
- * piece; the pieces are held back here until the answer is whole, and then leave together. The bytes
- * of a request's head are kept, for the library forgets the order of the headers.
+ * A client's connection, as a stream for the HTTP library. The library writes an answer in pieces; this
+ * class buffers them and sends the complete answer at once. It keeps the bytes of a request's head,
+ * since the library does not keep the order of the headers.
  */
 class Connection : public httplib::Stream
 {
 public:
-    Connection(FileDescriptor socket, SSL_CTX *tls, const StopSignal &stop)
+    Connection(FileDescriptor socket, SSL_CTX *tls, const Network &network, const StopSignal &stop)
         : m_socket(std::move(socket))
+        , m_network(network)
         , m_stop(stop)
     {
         prepareConnection(m_socket.get());
@@ -63,10 +64,12 @@ public:
         }
     }
 
-    /** False when the client does not come to terms with us. */
+    /** False if the TLS handshake fails. */
     bool open()
     {
-        return !m_ssl || retry([this] { return SSL_accept(m_ssl.get()); }) > 0;
+        const int roundTrips = m_ssl ? 2 : 1;
+        return pauseFor(roundTrips * m_network.roundTrip, m_socket.get(), m_stop)
+               && (!m_ssl || retry([this] { return SSL_accept(m_ssl.get()); }) > 0);
     }
 
     /** Waits for the first bytes of the next request. */
@@ -79,7 +82,7 @@ public:
 
     [[nodiscard]] const std::string &head() const { return m_head; }
 
-    /** Lets the answer leave, or does with it what the delivery says. False: the connection is done. */
+    /** Sends the answer as `delivery` says. False if the connection must be closed. */
     bool deliver(Delivery delivery, std::chrono::milliseconds delay)
     {
         if (delivery == Delivery::Reset) {
@@ -87,10 +90,7 @@ public:
             resetOnClose(m_socket.get());
             return false;
         }
-        const bool hasEnded =
-                delay.count() > 0
-                && waitFor(m_socket.get(), POLLRDHUP, m_stop, delay) != Readiness::TimedOut;
-        return !hasEnded && delivery == Delivery::Usual && flush();
+        return pauseFor(delay, m_socket.get(), m_stop) && delivery == Delivery::Usual && flush();
     }
 
     void close()
@@ -100,13 +100,13 @@ public:
         m_ssl.reset();
     }
 
-    // What the library calls.
+    // Called by the library.
     using httplib::Stream::write;
     bool is_readable() const override { return true; }
     bool is_writable() const override { return true; }
     ssize_t read(char *buffer, size_t size) override
     {
-        // Having more to read after writing is an interim answer for which the client waits.
+        // If the library reads on after writing, that is an interim answer; the client waits for it.
         if (m_next == m_input.size() && (!flush() || !fill(TRANSFER_LIMIT)))
             return -1;
         const std::string_view got = std::string_view(m_input).substr(m_next, size);
@@ -117,7 +117,9 @@ public:
     }
     ssize_t write(const char *bytes, size_t size) override
     {
-        m_pending.append(bytes, size);
+        const std::string_view added(bytes, size);
+        if (m_network.sendsContinue || !added.starts_with("HTTP/1.1 100 "))
+            m_pending += added;
         return static_cast<ssize_t>(size);
     }
     void get_remote_ip_and_port(std::string &ip, int &port) const override
@@ -132,7 +134,7 @@ public:
     socket_t socket() const override { return m_socket.get(); }
 
 private:
-    /** Waits for some bytes and puts them where read() finds them. */
+    /** Waits for bytes and stores them for read(). */
     bool fill(std::chrono::milliseconds limit)
     {
         std::array<char, 16384> buffer;
@@ -151,14 +153,17 @@ private:
     bool flush()
     {
         const std::string bytes = std::exchange(m_pending, {});
+        if (bytes.empty())
+            return true;
+        if (!pauseFor(m_network.roundTrip, m_socket.get(), m_stop))
+            return false;
         if (!m_ssl)
             return sendAll(m_socket.get(), bytes, m_stop);
         const int size = static_cast<int>(bytes.size());
-        return size == 0
-               || retry([&] { return SSL_write(m_ssl.get(), bytes.data(), size); }) == size;
+        return retry([&] { return SSL_write(m_ssl.get(), bytes.data(), size); }) == size;
     }
 
-    /** Repeats a TLS operation while all it lacks is the socket's readiness. */
+    /** Repeats a TLS operation while it has to wait for the socket. */
     template <class Operation>
     int retry(Operation operation, std::chrono::milliseconds limit = TRANSFER_LIMIT)
     {
@@ -181,6 +186,7 @@ private:
     }
 
     FileDescriptor m_socket;
+    const Network &m_network;
     const StopSignal &m_stop;
     std::unique_ptr<SSL, SslDeleter> m_ssl;
     std::string m_input;
@@ -189,16 +195,17 @@ private:
     std::string m_head;
 };
 
-/** A request under way: what its handler made of it, from the connection's loop and back to it. */
+/** State of one request, shared by the connection's loop and the handler. */
 struct Exchange
 {
     const Connection *connection = nullptr;
+    bool isOnKeptConnection = false;
     std::optional<Request> request;
     Delivery delivery = Delivery::Usual;
     std::chrono::milliseconds delay{ 0 };
 };
 
-// The library hands its own requests to handlers, and nothing of ours; a connection keeps its thread.
+// Handlers get the library's requests only; a connection stays on its thread.
 thread_local Exchange *t_exchange = nullptr;
 
 Request takeRequest(const httplib::Request &from)
@@ -208,6 +215,7 @@ Request takeRequest(const httplib::Request &from)
     request.target = from.target;
     request.headers = parseHeaders(t_exchange->connection->head());
     request.body = from.body;
+    request.isOnKeptConnection = t_exchange->isOnKeptConnection;
     request.fields.insert(from.params.begin(), from.params.end());
     for (std::size_t i = 1; i < from.matches.size(); ++i)
         request.captures.push_back(from.matches[i].str());
@@ -238,7 +246,7 @@ void answer(const HttpServer::Handler &handler, const httplib::Request &from,
 
 void setListenerOptions(socket_t socket)
 {
-    // Without the library's SO_REUSEPORT, with which a second server could take the same port.
+    // Without the library's default SO_REUSEPORT: a second server could bind the same port.
     const int on = 1;
     setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
 }
@@ -260,13 +268,14 @@ std::string Request::field(const std::string &name) const
     return found == fields.end() ? std::string() : found->second;
 }
 
-/** The library's server, with the connections in our hands. */
+/** The library's server with our own connections. */
 class HttpServer::Listener : public httplib::Server
 {
 public:
-    Listener(const StopSignal &stop, SslContext tls)
+    Listener(const StopSignal &stop, SslContext tls, Network network)
         : m_stop(stop)
         , m_tls(std::move(tls))
+        , m_network(network)
     {
         new_task_queue = [] { return new httplib::ThreadPool(THREADS); };
         set_socket_options(setListenerOptions);
@@ -294,7 +303,7 @@ public:
         if (bound <= 0)
             throw std::runtime_error("cannot listen on 127.0.0.1:" + std::to_string(port));
         m_thread = std::jthread([this] { listen_after_bind(); });
-        while (!is_running()) // stop() is in vain before
+        while (!is_running()) // stop() has no effect before
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         return static_cast<std::uint16_t>(bound);
     }
@@ -308,7 +317,7 @@ private:
     {
         if (!m_observer || !t_exchange)
             return;
-        if (!t_exchange->request) // nothing is routed there
+        if (!t_exchange->request) // no route matches
             t_exchange->request = takeRequest(request);
         const bool isAnswered = t_exchange->delivery == Delivery::Usual;
         m_observer(*t_exchange->request, isAnswered ? response.status : 0);
@@ -316,12 +325,14 @@ private:
 
     bool process_and_close_socket(socket_t socket) override
     {
-        Connection connection(FileDescriptor(socket), m_tls.get(), m_stop);
+        Connection connection(FileDescriptor(socket), m_tls.get(), m_network, m_stop);
         if (!connection.open())
             return false;
-        for (bool isOpen = true; isOpen && connection.waitForRequest();) {
+        bool isKept = false;
+        for (bool isOpen = true; isOpen && connection.waitForRequest(); isKept = true) {
             Exchange exchange;
             exchange.connection = &connection;
+            exchange.isOnKeptConnection = isKept;
             t_exchange = &exchange;
             bool isLast = false;
             isOpen = process(*this, connection, isLast);
@@ -332,7 +343,7 @@ private:
         return true;
     }
 
-    /** Reads a request and answers it, by whichever signature this version of the library has. */
+    /** Reads and answers a request; the signature depends on the version of the library. */
     template <class Base>
     static bool process(Base &base, Connection &connection, bool &isLast)
     {
@@ -345,11 +356,12 @@ private:
 
     const StopSignal &m_stop;
     SslContext m_tls;
+    Network m_network;
     std::jthread m_thread;
 };
 
-HttpServer::HttpServer(const StopSignal &stop, SslContext tls)
-    : m_listener(std::make_unique<Listener>(stop, std::move(tls)))
+HttpServer::HttpServer(const StopSignal &stop, SslContext tls, Network network)
+    : m_listener(std::make_unique<Listener>(stop, std::move(tls), network))
 {}
 
 HttpServer::~HttpServer() = default;

@@ -1,5 +1,5 @@
-// A cloud on this machine, in place of the real one: it takes in the plug-in's reports, signs devices
-// in, tunnels requests to itself, and shows on a page what arrived.
+// A local replacement of the cloud: accepts the plug-in's reports, signs devices in, tunnels requests
+// to itself and shows the reports on a page.
 
 #include "devkit/cloud/certificate.h"
 #include "devkit/cloud/cloud.h"
@@ -36,6 +36,8 @@ struct Options
     std::int64_t codeSeconds = 1800;
     std::int64_t pollSeconds = 5;
     std::optional<int> approveAfter;
+    bool isWithoutContinue = false;
+    unsigned roundTripMs = 0;
     bool isQuiet = false;
 };
 
@@ -47,7 +49,7 @@ void declareOptions(CLI::App &app, Options &options)
     app.add_option("--seed", options.seedFile, "JSON file with clients, device codes and tokens")
             ->check(CLI::ExistingFile);
     app.add_option("--fault", options.faults,
-                   "A fault, for example api:500:every=3 (may be given several times)");
+                   "Make a fault, for example api:500:every=3; repeatable");
     app.add_option("--keep", options.limits.reportsPerSource, "Reports kept of each unit")
             ->check(CLI::Range(1, 10000))
             ->capture_default_str();
@@ -65,9 +67,14 @@ void declareOptions(CLI::App &app, Options &options)
             ->check(CLI::Range(0, 3600))
             ->capture_default_str();
     app.add_option("--approve-after", options.approveAfter,
-                   "Approve each device by itself after so many pending answers")
+                   "Approve devices automatically after this number of pending answers")
             ->check(CLI::Range(0, 1 << 30));
-    app.add_flag("--quiet", options.isQuiet, "No line for each report");
+    app.add_option("--round-trip-ms", options.roundTripMs,
+                   "Simulated round-trip time of the network, in milliseconds")
+            ->check(CLI::Range(0, 10000))
+            ->capture_default_str();
+    app.add_flag("--no-continue", options.isWithoutContinue, "Never send 100 Continue");
+    app.add_flag("--quiet", options.isQuiet, "Do not print a line for each report");
 }
 
 OAuthSettings oauthSettings(const Options &options)
@@ -123,14 +130,17 @@ void serve(const Options &options, const sigset_t &endingSignals)
         readSeed(cloud, options.seedFile);
 
     StopSignal stop;
-    HttpServer api(stop);
-    HttpServer oauth(stop, makeServerContext());
+    const Network network{ !options.isWithoutContinue,
+                           std::chrono::milliseconds(options.roundTripMs) };
+    HttpServer api(stop, nullptr, network);
+    HttpServer oauth(stop, makeServerContext(), network);
     cloud.serveApi(api);
     cloud.serveOAuth(oauth);
     const std::string address = "http://127.0.0.1:" + std::to_string(api.start(options.port));
     const std::uint16_t tlsPort = oauth.start(options.tlsPort);
-    const ConnectProxy proxy(options.proxyPort, tlsPort, stop,
-                             [&cloud](const std::string &target) { cloud.noteConnect(target); });
+    const ConnectProxy proxy(
+            options.proxyPort, tlsPort, stop,
+            [&cloud](const std::string &target) { cloud.noteConnect(target); }, network.roundTrip);
     cloud.setVerificationUrl(address + "/device");
 
     print("api " + address);
@@ -143,16 +153,15 @@ void serve(const Options &options, const sigset_t &endingSignals)
     stop.raise();
 }
 
-/** Reads the options and serves; the exit status. */
+/** Reads the options and serves; returns the exit status. */
 int run(int argc, char **argv)
 {
     Options options;
-    CLI::App app(
-            "A local cloud for the PelCloud plug-in: API, sign-in, proxy and a page to look at");
+    CLI::App app("A local cloud for the PelCloud plug-in: API, sign-in, proxy and a page");
     declareOptions(app, options);
     CLI11_PARSE(app, argc, argv);
 
-    // Blocked before the first thread starts, so that none but sigwait() gets them.
+    // Blocked before the first thread starts, so that only sigwait() gets them.
     sigset_t endingSignals;
     sigemptyset(&endingSignals);
     sigaddset(&endingSignals, SIGINT);

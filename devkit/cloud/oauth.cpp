@@ -14,12 +14,14 @@ namespace localcloud {
 
 namespace {
 
+using namespace Qt::StringLiterals;
+
 constexpr std::string_view DEVICE_GRANT = "http://oauth.net/grant_type/device/1.0";
 constexpr std::string_view REFRESH_GRANT = "refresh_token";
 constexpr std::size_t MAX_REMEMBERED = 10000;
 constexpr std::size_t TOKEN_LENGTH = 40;
 constexpr std::size_t USER_CODE_LENGTH = 8;
-// No vowels and no digits: no words come about, and nothing is mistaken for something else.
+// No vowels and no digits: no words arise, and no letter looks like a digit.
 constexpr std::string_view USER_CODE_LETTERS = "BCDFGHJKLMNPQRSTVWXZ";
 constexpr std::string_view TOKEN_LETTERS =
         "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
@@ -31,7 +33,7 @@ std::string randomText(std::string_view letters, std::size_t length)
         unsigned char byte = 0;
         if (RAND_bytes(&byte, 1) != 1)
             throw std::runtime_error("no random bytes");
-        if (byte < letters.size() * (256 / letters.size())) // every letter equally often
+        if (byte < letters.size() * (256 / letters.size())) // same probability for every letter
             text += letters[byte % letters.size()];
     }
     return text;
@@ -62,10 +64,10 @@ std::string field(const OAuthServer::Form &form, const char *name)
 
 OAuthReply refusal(int status, std::string_view word)
 {
-    return { status, { { QStringLiteral("error"), QString::fromUtf8(word) } } };
+    return { status, { { u"error"_s, QString::fromUtf8(word) } } };
 }
 
-/** Makes room for one more entry. */
+/** Removes the oldest entry if there is no room for one more. */
 template <class Entry>
 void dropOldest(std::map<std::string, Entry> &entries)
 {
@@ -91,24 +93,24 @@ void OAuthServer::setVerificationUrl(std::string url)
 std::string OAuthServer::seed(const QJsonObject &seed)
 {
     m_tokenPrefix = member(seed, "token_prefix");
-    for (const QJsonValue row : seed[QStringLiteral("clients")].toArray()) {
+    for (const QJsonValue row : seed[u"clients"_s].toArray()) {
         const std::string id = member(row.toObject(), "client_id");
         if (id.empty())
             return "a client has no client_id";
         m_clients[id] = member(row.toObject(), "client_secret");
     }
-    for (const QJsonValue row : seed[QStringLiteral("device_codes")].toArray()) {
+    for (const QJsonValue row : seed[u"device_codes"_s].toArray()) {
         if (std::string error = seedDevice(row.toObject()); !error.empty())
             return error;
     }
-    for (const QJsonValue row : seed[QStringLiteral("refresh_tokens")].toArray()) {
+    for (const QJsonValue row : seed[u"refresh_tokens"_s].toArray()) {
         const std::string token = member(row.toObject(), "refresh_token");
         const std::string client = member(row.toObject(), "client_id");
         if (token.empty() || !m_clients.contains(client))
             return "a refresh token is empty or belongs to none of the clients";
         m_refreshTokens[token] = { client, m_clock() };
     }
-    for (const QJsonValue row : seed[QStringLiteral("access_tokens")].toArray()) {
+    for (const QJsonValue row : seed[u"access_tokens"_s].toArray()) {
         const std::string token = member(row.toObject(), "access_token");
         if (token.empty())
             return "an access token is empty";
@@ -124,7 +126,7 @@ std::string OAuthServer::seedDevice(const QJsonObject &row)
     device.clientId = member(row, "client_id");
     device.userCode = plainUserCode(member(row, "user_code"));
     device.expiry = m_clock() + m_settings.codeLife;
-    if (row[QStringLiteral("approved")].toBool())
+    if (row[u"approved"_s].toBool())
         device.approval = Approval::Approved;
     if (code.empty() || !m_clients.contains(device.clientId))
         return "a device code is empty or belongs to none of the clients";
@@ -160,11 +162,11 @@ OAuthReply OAuthServer::deviceGrant(const std::string &clientId, const std::stri
     const std::string refreshToken = newToken();
     m_refreshTokens[refreshToken] = { clientId, m_clock() };
     QJsonObject tokens = issueAccessToken();
-    tokens[QStringLiteral("refresh_token")] = QString::fromUtf8(refreshToken);
+    tokens[u"refresh_token"_s] = QString::fromUtf8(refreshToken);
     return { 200, tokens };
 }
 
-/** Status 200 when the device may have its tokens, else the error answer. */
+/** Status 200 if the device gets tokens, else the error answer. */
 OAuthReply OAuthServer::pollDevice(Device &device)
 {
     const TimePoint now = m_clock();
@@ -207,15 +209,15 @@ OAuthReply OAuthServer::authorizeDevice(const Form &form)
     constexpr std::size_t HALF = USER_CODE_LENGTH / 2;
     const std::string shown = device.userCode.substr(0, HALF) + '-' + device.userCode.substr(HALF);
     const QString url = QString::fromUtf8(m_settings.verificationUrl);
-    const QString completeUrl = url + QStringLiteral("?user_code=") + QString::fromUtf8(shown);
+    const QString completeUrl = url + u"?user_code="_s + QString::fromUtf8(shown);
     return { 200,
-             { { QStringLiteral("device_code"), QString::fromUtf8(code) },
-               { QStringLiteral("user_code"), QString::fromUtf8(shown) },
-               { QStringLiteral("verification_url"), url },
-               { QStringLiteral("verification_uri"), url },
-               { QStringLiteral("verification_uri_complete"), completeUrl },
-               { QStringLiteral("expires_in"), static_cast<qint64>(m_settings.codeLife.count()) },
-               { QStringLiteral("interval"), static_cast<qint64>(m_settings.interval.count()) } } };
+             { { u"device_code"_s, QString::fromUtf8(code) },
+               { u"user_code"_s, QString::fromUtf8(shown) },
+               { u"verification_url"_s, url },
+               { u"verification_uri"_s, url },
+               { u"verification_uri_complete"_s, completeUrl },
+               { u"expires_in"_s, static_cast<qint64>(m_settings.codeLife.count()) },
+               { u"interval"_s, static_cast<qint64>(m_settings.interval.count()) } } };
 }
 
 bool OAuthServer::decide(std::string_view userCode, bool approve)
@@ -257,9 +259,9 @@ QJsonObject OAuthServer::issueAccessToken()
     dropOldest(m_accessTokens);
     const std::string token = newToken();
     m_accessTokens[token] = { m_clock() + m_settings.tokenLife };
-    return { { QStringLiteral("access_token"), QString::fromUtf8(token) },
-             { QStringLiteral("expires_in"), static_cast<qint64>(m_settings.tokenLife.count()) },
-             { QStringLiteral("token_type"), QStringLiteral("Bearer") } };
+    return { { u"access_token"_s, QString::fromUtf8(token) },
+             { u"expires_in"_s, static_cast<qint64>(m_settings.tokenLife.count()) },
+             { u"token_type"_s, u"Bearer"_s } };
 }
 
 } // namespace localcloud

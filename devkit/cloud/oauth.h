@@ -17,7 +17,7 @@ struct OAuthSettings
     std::chrono::seconds tokenLife{ 3600 };
     std::chrono::seconds codeLife{ 1800 };
     std::chrono::seconds interval{ 5 }; // between two polls with the same device code
-    std::optional<int> approveAfter;    // a device approves itself after so many pending answers
+    std::optional<int> approveAfter;    // number of pending answers before automatic approval
     std::string verificationUrl;
 };
 
@@ -32,8 +32,8 @@ struct OAuthReply
  * The authorization server as a state machine: clients, device codes with their approval, refresh and
  * access tokens. The clock is the caller's. Not safe for concurrent use.
  *
- * A device code is pending until it is approved or denied, or its life ends; once approved it buys
- * tokens a single time. What is remembered is bounded: the oldest entries make room.
+ * A device code is pending until it is approved or denied, or its life ends; once approved it is
+ * valid for one token request. All lists are bounded; new entries replace the oldest ones.
  */
 class OAuthServer
 {
@@ -44,16 +44,16 @@ public:
 
     explicit OAuthServer(OAuthSettings settings, Clock clock = std::chrono::steady_clock::now);
 
-    /** Where a person approves; known only when the port is. */
+    /** The address of the approval page, known once the port is. */
     void setVerificationUrl(std::string url);
 
     /**
-     * Registers what a seed holds: {"clients": [{"client_id", "client_secret"}],
+     * Registers the entries of a seed: {"clients": [{"client_id", "client_secret"}],
      * "device_codes": [{"device_code", "client_id", "user_code", "approved"}],
      * "refresh_tokens": [{"refresh_token", "client_id"}], "access_tokens": [{"access_token"}],
-     * "token_prefix": what all tokens issued from now on begin with}.
-     * Every list, "user_code", "approved" and the prefix may be missing. Returns what is wrong with it, or an
-     * empty text; never a value of the seed.
+     * "token_prefix": the start of all tokens issued from now on}.
+     * Every list, "user_code", "approved" and the prefix may be missing. Returns an error, without
+     * values of the seed, or an empty text.
      */
     [[nodiscard]] std::string seed(const QJsonObject &seed);
 
@@ -64,12 +64,12 @@ public:
     [[nodiscard]] OAuthReply authorizeDevice(const Form &form);
 
     /**
-     * Approves or denies the pending device with this user code; letter case, blanks and dashes do
-     * not matter. False when no device with this code waits.
+     * Approves or denies the pending device with this user code, ignoring case, blanks and dashes.
+     * False if no device with this code waits.
      */
     bool decide(std::string_view userCode, bool approve);
 
-    /** How many devices wait for a decision. */
+    /** The number of devices that wait for a decision. */
     [[nodiscard]] std::size_t waitingDevices() const;
 
     /** Whether this access token was issued here and has not expired. */
@@ -93,7 +93,7 @@ private:
     struct RefreshToken
     {
         std::string clientId;
-        TimePoint expiry; // of no effect but to say which is the oldest
+        TimePoint expiry; // only to find the oldest
     };
 
     [[nodiscard]] OAuthReply deviceGrant(const std::string &clientId, const std::string &code);

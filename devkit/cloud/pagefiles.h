@@ -5,7 +5,7 @@
 
 namespace localcloud {
 
-// The files of page/, which the build puts into the program.
+// The files of page/, embedded by the build.
 extern const std::string_view APPROVE_HTML;
 extern const std::string_view INDEX_HTML;
 extern const std::string_view PAGE_JS;

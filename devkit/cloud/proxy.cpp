@@ -20,7 +20,7 @@ constexpr std::string_view NOT_A_TUNNEL =
         "HTTP/1.1 405 Method Not Allowed\r\nAllow: CONNECT\r\nContent-Length: 0\r\n"
         "Connection: close\r\n\r\n";
 
-/** The head of the first request with its empty line, and whatever came right behind it. */
+/** The head of the first request, and the bytes that arrived after it. */
 struct Opening
 {
     std::string head;
@@ -46,7 +46,7 @@ std::optional<Opening> readOpening(int client, const StopSignal &stop)
     return std::nullopt;
 }
 
-/** The target of a CONNECT, or nothing when the request is another. */
+/** The target of a CONNECT; nothing for other requests. */
 std::optional<std::string> connectTarget(const std::string &head)
 {
     constexpr std::string_view METHOD = "CONNECT ";
@@ -57,7 +57,7 @@ std::optional<std::string> connectTarget(const std::string &head)
 
 enum class Flow { Open, Ended, Broken };
 
-/** Moves what is there from one side to the other. */
+/** Forwards the available bytes from one side to the other. */
 Flow pump(int from, int to, const StopSignal &stop)
 {
     std::array<char, 16384> buffer;
@@ -73,7 +73,7 @@ Flow pump(int from, int to, const StopSignal &stop)
     return errno == EAGAIN || errno == EINTR ? Flow::Open : Flow::Broken;
 }
 
-/** Carries bytes both ways until both sides have ended or one breaks. */
+/** Forwards bytes both ways until both sides have ended or one breaks. */
 void relay(int client, int server, const StopSignal &stop)
 {
     std::array<pollfd, 3> polled{
@@ -104,10 +104,11 @@ void relay(int client, int server, const StopSignal &stop)
 } // namespace
 
 ConnectProxy::ConnectProxy(std::uint16_t port, std::uint16_t destination, const StopSignal &stop,
-                           Observer observer)
+                           Observer observer, std::chrono::milliseconds roundTrip)
     : m_stop(stop)
     , m_destination(destination)
     , m_observer(std::move(observer))
+    , m_roundTrip(roundTrip)
     , m_listener(listenOnLoopback(port))
     , m_acceptor([this] { acceptAll(); })
 {}
@@ -137,6 +138,8 @@ void ConnectProxy::acceptAll()
 void ConnectProxy::serve(FileDescriptor client) const
 {
     prepareConnection(client.get());
+    if (!pauseFor(m_roundTrip, client.get(), m_stop))
+        return;
     const std::optional<Opening> opening = readOpening(client.get(), m_stop);
     if (!opening)
         return;

@@ -19,12 +19,12 @@ namespace localcloud {
 class ConnectProxy
 {
 public:
-    /** Gets the target of each CONNECT, in the connection's thread. */
+    /** Called with the target of each CONNECT, in the connection's thread. */
     using Observer = std::function<void(const std::string &target)>;
 
     /** Listens at once; port 0 lets the kernel choose. Throws std::system_error. */
     ConnectProxy(std::uint16_t port, std::uint16_t destination, const StopSignal &stop,
-                 Observer observer);
+                 Observer observer, std::chrono::milliseconds roundTrip = {});
     ConnectProxy(const ConnectProxy &) = delete;
     ConnectProxy &operator=(const ConnectProxy &) = delete;
 
@@ -46,6 +46,7 @@ private:
     const StopSignal &m_stop;
     std::uint16_t m_destination;
     Observer m_observer;
+    std::chrono::milliseconds m_roundTrip; // delays a connect
     FileDescriptor m_listener;
     std::list<Tunnel> m_tunnels; // of the accepting thread
     std::jthread m_acceptor;

@@ -10,16 +10,18 @@ namespace localcloud {
 
 namespace {
 
+using namespace Qt::StringLiterals;
+
 qint64 number(std::uint64_t value)
 {
     return static_cast<qint64>(value);
 }
 
-/** `value` where the report has the capability, else null. */
+/** The value if the report has the capability, else null. */
 QJsonValue measured(const QJsonObject &report, const char *capability, const char *variable)
 {
-    const bool isThere = report[QStringLiteral("caps")][QLatin1String(capability)].toInt() == 1;
-    const QJsonValue value = report[QStringLiteral("vars")][QLatin1String(variable)];
+    const bool isThere = report[u"caps"_s][QLatin1String(capability)].toInt() == 1;
+    const QJsonValue value = report[u"vars"_s][QLatin1String(variable)];
     return isThere && value.isDouble() ? value : QJsonValue::Null;
 }
 
@@ -89,8 +91,8 @@ QJsonArray Reports::computers(std::uint64_t since, double now) const
         for (const auto &[device, source] : computer.units)
             units.append(unitJson(device, source, since, now));
         QJsonObject json = sourceJson(computer.own, since, now);
-        json[QStringLiteral("id")] = QString::fromUtf8(id);
-        json[QStringLiteral("units")] = units;
+        json[u"id"_s] = QString::fromUtf8(id);
+        json[u"units"_s] = units;
         list.append(json);
     }
     return list;
@@ -103,12 +105,11 @@ QJsonArray Reports::reportsAfter(std::uint64_t since) const
                              const Source &source) {
         for (const Report &report : source.reports) {
             if (report.number > since)
-                found[report.number] = { { QStringLiteral("number"), number(report.number) },
-                                         { QStringLiteral("time"), report.time },
-                                         { QStringLiteral("computer"),
-                                           QString::fromUtf8(computer) },
-                                         { QStringLiteral("device"), QString::fromUtf8(device) },
-                                         { QStringLiteral("body"), report.object } };
+                found[report.number] = { { u"number"_s, number(report.number) },
+                                         { u"time"_s, report.time },
+                                         { u"computer"_s, QString::fromUtf8(computer) },
+                                         { u"device"_s, QString::fromUtf8(device) },
+                                         { u"body"_s, report.object } };
         }
     };
     for (const auto &[id, computer] : m_computers) {
@@ -144,7 +145,7 @@ Reports::Source *Reports::room(const std::string &computer, const std::string &d
     return &owner.units[device];
 }
 
-/** Null unless the source has reported. */
+/** Null if the source has not reported. */
 const Reports::Source *Reports::find(const std::string &computer, const std::string &device) const
 {
     const auto owner = m_computers.find(computer);
@@ -156,23 +157,23 @@ const Reports::Source *Reports::find(const std::string &computer, const std::str
     return unit == owner->second.units.end() ? nullptr : &unit->second;
 }
 
-/** What computers and UPSs have in common; a source that never reported has a count of 0 and no times. */
+/** The members that computers and UPSs share; a source without reports has a count of 0 and no times. */
 QJsonObject Reports::sourceJson(const Source &source, std::uint64_t since, double now) const
 {
-    QJsonObject json{ { QStringLiteral("reports"), number(source.count) } };
+    QJsonObject json{ { u"reports"_s, number(source.count) } };
     if (source.reports.empty())
         return json;
     const Report &latest = source.reports.back();
     const double age = std::max(0.0, now - latest.time);
     const std::uint64_t overdue = missedReports(age, m_limits.secondsBetweenReports);
-    json[QStringLiteral("number")] = number(latest.number);
-    json[QStringLiteral("first")] = source.first;
-    json[QStringLiteral("last")] = latest.time;
-    json[QStringLiteral("age")] = age;
-    json[QStringLiteral("overdue")] = number(overdue);
-    json[QStringLiteral("missed")] = number(source.missed + overdue);
+    json[u"number"_s] = number(latest.number);
+    json[u"first"_s] = source.first;
+    json[u"last"_s] = latest.time;
+    json[u"age"_s] = age;
+    json[u"overdue"_s] = number(overdue);
+    json[u"missed"_s] = number(source.missed + overdue);
     if (latest.number > since)
-        json[QStringLiteral("body")] = latest.object;
+        json[u"body"_s] = latest.object;
     return json;
 }
 
@@ -186,13 +187,13 @@ QJsonObject Reports::unitJson(const std::string &device, const Source &source, s
     for (const std::string_view note : state.notes)
         notes.append(QString::fromUtf8(note));
     const double load = loadOf(report);
-    json[QStringLiteral("device")] = QString::fromUtf8(device);
-    json[QStringLiteral("name")] = report[QStringLiteral("vars")][QStringLiteral("name")];
-    json[QStringLiteral("state")] = QString::fromUtf8(state.key);
-    json[QStringLiteral("words")] = QString::fromUtf8(state.words);
-    json[QStringLiteral("level")] = QString::fromUtf8(levelName(state.level));
-    json[QStringLiteral("notes")] = notes;
-    json[QStringLiteral("load")] = load >= 0 ? QJsonValue(load) : QJsonValue::Null;
+    json[u"device"_s] = QString::fromUtf8(device);
+    json[u"name"_s] = report[u"vars"_s][u"name"_s];
+    json[u"state"_s] = QString::fromUtf8(state.key);
+    json[u"words"_s] = QString::fromUtf8(state.words);
+    json[u"level"_s] = QString::fromUtf8(levelName(state.level));
+    json[u"notes"_s] = notes;
+    json[u"load"_s] = load >= 0 ? QJsonValue(load) : QJsonValue::Null;
     return json;
 }
 

@@ -13,7 +13,7 @@
 
 namespace localcloud {
 
-/** How much is remembered, and how often a report is due. */
+/** Bounds of the memory, and the interval of reports. */
 struct ReportLimits
 {
     std::size_t computers = 50;
@@ -24,16 +24,16 @@ struct ReportLimits
 };
 
 /**
- * How many reports failed to come in `seconds` since the one before, when one is due every
- * `secondsBetween`. Half a period late is late, not missing.
+ * The number of missing reports in the `seconds` since the last one, if one is due every
+ * `secondsBetween`. A report that is late by up to half a period is not missing.
  */
 [[nodiscard]] std::uint64_t missedReports(double seconds, double secondsBetween);
 
 /**
- * The reports that arrived: of every computer and of every UPS the latest, the last few, and a history
- * of the numbers that are drawn. A source is a computer (an empty device) or one of its UPSs. Times are
- * seconds since 1970 and come from the caller. Reports are numbered from 1 in the order of arrival.
- * Not safe for concurrent use.
+ * The received reports: for every computer and every UPS the last few, and a history of the values in
+ * the charts. A source is a computer (an empty device) or one of its UPSs. Times are seconds since
+ * 1970 and come from the caller. Reports are numbered from 1 in the order of arrival. Not safe for
+ * concurrent use.
  */
 class Reports
 {
@@ -41,8 +41,8 @@ public:
     explicit Reports(const ReportLimits &limits = {});
 
     /**
-     * Takes in a report: `bytes` as they came and as the object that they hold. False, and nothing
-     * changes, when there is no room for another computer or UPS.
+     * Adds a report: its bytes, and the same as an object. False, without a change, if there is no room
+     * for another computer or UPS.
      */
     bool add(const std::string &computer, const std::string &device, const std::string &bytes,
              const QJsonObject &object, double now);
@@ -55,15 +55,15 @@ public:
                                                         const std::string &device) const;
 
     /**
-     * Every computer with its UPSs: names, states, counts, times, missed reports. The body is there
-     * only where it is newer than report number `since`.
+     * Every computer with its UPSs: names, states, counts, times, missed reports; bodies only of reports
+     * after number `since`.
      */
     [[nodiscard]] QJsonArray computers(std::uint64_t since, double now) const;
 
-    /** The remembered reports that are newer than number `since`, in the order of arrival. */
+    /** The reports after number `since`, in the order of arrival. */
     [[nodiscard]] QJsonArray reportsAfter(std::uint64_t since) const;
 
-    /** Rows of time, battery charge, load and input voltage; null where a number is not known. */
+    /** Rows of time, battery charge, load and input voltage; null for an unknown value. */
     [[nodiscard]] QJsonArray history(const std::string &computer, const std::string &device) const;
 
 private:

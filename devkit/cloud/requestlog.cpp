@@ -8,6 +8,8 @@ namespace localcloud {
 
 namespace {
 
+using namespace Qt::StringLiterals;
+
 constexpr std::size_t MAX_REQUESTS = 2000;
 constexpr std::size_t MAX_BYTES = std::size_t{ 32 } << 20U;
 
@@ -52,15 +54,15 @@ QJsonArray RequestLog::requestsAfter(std::uint64_t since) const
         }
         const QByteArray body = QByteArray::fromStdString(entry.request.body);
         list.append(QJsonObject{
-                { QStringLiteral("number"), static_cast<qint64>(entry.number) },
-                { QStringLiteral("time"), entry.time },
-                { QStringLiteral("method"), QString::fromUtf8(entry.request.method) },
-                { QStringLiteral("path"), QString::fromUtf8(entry.request.target) },
-                { QStringLiteral("headers"), names },
-                { QStringLiteral("values"), values },
-                { QStringLiteral("body"), QString::fromUtf8(body) },
-                { QStringLiteral("base64"), QString::fromLatin1(body.toBase64()) },
-                { QStringLiteral("status"), entry.status },
+                { u"number"_s, static_cast<qint64>(entry.number) },
+                { u"time"_s, entry.time },
+                { u"method"_s, QString::fromUtf8(entry.request.method) },
+                { u"path"_s, QString::fromUtf8(entry.request.target) },
+                { u"headers"_s, names },
+                { u"values"_s, values },
+                { u"body"_s, QString::fromUtf8(body) },
+                { u"base64"_s, QString::fromLatin1(body.toBase64()) },
+                { u"status"_s, entry.status },
         });
     }
     return list;

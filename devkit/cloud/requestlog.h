@@ -11,8 +11,8 @@
 namespace localcloud {
 
 /**
- * The latest requests as they came, for whoever wants to compare bytes. Bounded in number and in bytes;
- * the oldest make room. Requests are numbered from 1. Not safe for concurrent use.
+ * The latest requests, byte for byte. Bounded in number and in bytes; new requests replace the oldest
+ * ones. Requests are numbered from 1. Not safe for concurrent use.
  */
 class RequestLog
 {
@@ -24,7 +24,7 @@ public:
     /**
      * The requests after number `since`: number, time, method, path, names of the headers in order,
      * values of the headers except credentials, body as text and its bytes in base64, and the status
-     * of the answer (0 where none was sent).
+     * of the answer (0: none was sent).
      */
     [[nodiscard]] QJsonArray requestsAfter(std::uint64_t since) const;
 

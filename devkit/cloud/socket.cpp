@@ -94,6 +94,11 @@ Readiness waitFor(int fd, short events, const StopSignal &stop, std::chrono::mil
     }
 }
 
+bool pauseFor(std::chrono::milliseconds time, int fd, const StopSignal &stop)
+{
+    return time.count() == 0 || waitFor(fd, POLLRDHUP, stop, time) == Readiness::TimedOut;
+}
+
 void prepareConnection(int fd)
 {
     const int on = 1;

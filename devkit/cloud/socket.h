@@ -25,7 +25,7 @@ private:
     int m_fd;
 };
 
-/** Tells every thread that waits in waitFor() to end; once raised it stays so. Safe from any thread. */
+/** Ends every wait in waitFor(), now and later. Safe from any thread. */
 class StopSignal
 {
 public:
@@ -40,17 +40,20 @@ private:
 
 enum class Readiness { Ready, TimedOut, Stopped };
 
-/** Waits until one of poll()'s `events` (or an error) is there on `fd`. */
+/** Waits for one of poll()'s `events`, or an error, on `fd`. */
 [[nodiscard]] Readiness waitFor(int fd, short events, const StopSignal &stop,
                                 std::chrono::milliseconds limit);
 
-/** Makes a connected socket non-blocking and switches the delay of small writes off. */
+/** Waits for `time`; false as soon as the peer closes the connection or the signal is raised. */
+[[nodiscard]] bool pauseFor(std::chrono::milliseconds time, int fd, const StopSignal &stop);
+
+/** Makes a connected socket non-blocking and disables Nagle's delay. */
 void prepareConnection(int fd);
 
-/** Makes the coming close send a reset. */
+/** Makes close() send a reset. */
 void resetOnClose(int fd);
 
-/** Sends all of `bytes` over a non-blocking socket, in one write where the kernel takes it so. */
+/** Sends `bytes` over a non-blocking socket, in one write if the kernel accepts that. */
 [[nodiscard]] bool sendAll(int fd, std::string_view bytes, const StopSignal &stop);
 
 /** A listening socket on 127.0.0.1; port 0 lets the kernel choose. Throws std::system_error. */
@@ -59,7 +62,7 @@ void resetOnClose(int fd);
 /** The port that a socket is bound to. */
 [[nodiscard]] std::uint16_t boundPort(const FileDescriptor &socket);
 
-/** A connection to a port of 127.0.0.1; invalid when nobody listens. */
+/** A connection to a port of 127.0.0.1; invalid if it is refused. */
 [[nodiscard]] FileDescriptor connectToLoopback(std::uint16_t port);
 
 } // namespace localcloud

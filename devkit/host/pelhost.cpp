@@ -16,6 +16,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <thread>
 
 #include <dlfcn.h>
 #include <pthread.h>
@@ -41,7 +42,7 @@ constexpr double MAX_SECONDS = 1e9;
     std::fflush(stdout);
 }
 
-/** Where the plug-in has the floor; null while the host itself decides when the process ends. */
+/** Which part of the plug-in runs; null while the host itself decides when the process ends. */
 std::atomic<const char *> g_stage = nullptr;
 
 extern "C" void reportExit(int status, void *)
@@ -141,7 +142,35 @@ void waitForEnd(const sigset_t &signals, std::optional<Milliseconds> limit)
         say("time is over");
 }
 
-int run(const std::string &path, std::optional<Milliseconds> limit)
+int g_exitHandlerMs = 0;
+
+/** An exit handler of the host's own, registered after the plug-in has started. */
+extern "C" void handleExit()
+{
+    std::this_thread::sleep_for(Milliseconds(g_exitHandlerMs));
+    say("exit handler done");
+}
+
+/** From now on no thread can be created with the default attributes. */
+void forbidThreads()
+{
+    constexpr std::size_t TOO_LARGE = std::size_t(1) << 50U;
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, TOO_LARGE);
+    pthread_setattr_default_np(&attributes);
+    pthread_attr_destroy(&attributes);
+}
+
+/** What the host does beside loading, starting and stopping the plug-in. */
+struct Options
+{
+    std::optional<Milliseconds> limit; // until the stop
+    int exitHandlerMs = -1;            // -1: no exit handler
+    bool stopsWithoutThreads = false;
+};
+
+int run(const std::string &path, const Options &options)
 {
     // Before the plug-in has threads: they inherit the mask, so that the signals come to us.
     const sigset_t signals = endingSignals();
@@ -158,17 +187,24 @@ int run(const std::string &path, std::optional<Milliseconds> limit)
         std::fputs("pelhost: the plug-in did not start\n", stderr);
         return STATUS_PLUGIN_UNUSABLE;
     }
-    waitForEnd(signals, limit);
+    if (options.exitHandlerMs >= 0) {
+        g_exitHandlerMs = options.exitHandlerMs;
+        std::atexit(handleExit);
+    }
+    waitForEnd(signals, options.limit);
     say("stopping");
+    if (options.stopsWithoutThreads)
+        forbidThreads();
     call(plugin->stop, "SrvStop", &handle);
     return EXIT_SUCCESS;
 }
 
-int runAsTold(int argc, char **argv)
+int runWithArguments(int argc, char **argv)
 {
     std::string plugin;
     double seconds = 0;
     double milliseconds = 0;
+    Options options;
     CLI::App app("Loads a plug-in as the service manager does, and stops it on SIGINT, on SIGTERM "
                  "or when its time is over.");
     app.add_option("PLUGIN", plugin, "the plug-in's file")->required();
@@ -179,16 +215,19 @@ int runAsTold(int argc, char **argv)
             app.add_option("--stop-after-ms", milliseconds, "the same in milliseconds")
                     ->check(CLI::Range(0.0, 1000 * MAX_SECONDS));
     inMilliseconds->excludes("--seconds");
+    app.add_option("--exit-handler-ms", options.exitHandlerMs,
+                   "register an exit handler that takes so long");
+    app.add_flag("--stop-without-threads", options.stopsWithoutThreads,
+                 "create no thread from the stop on");
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &problem) {
         return app.exit(problem) == 0 ? EXIT_SUCCESS : STATUS_USAGE;
     }
-    std::optional<Milliseconds> limit;
     if (inSeconds->count() + inMilliseconds->count() > 0)
-        limit = Milliseconds(std::llround(1000 * seconds + milliseconds));
+        options.limit = Milliseconds(std::llround(1000 * seconds + milliseconds));
     // A bare name is a file here, and not one of the system's libraries.
-    return run(std::filesystem::absolute(plugin), limit);
+    return run(std::filesystem::absolute(plugin), options);
 }
 
 } // namespace
@@ -196,7 +235,7 @@ int runAsTold(int argc, char **argv)
 int main(int argc, char **argv)
 {
     try {
-        return runAsTold(argc, argv);
+        return runWithArguments(argc, argv);
     } catch (const std::exception &problem) {
         std::fprintf(stderr, "pelhost: %s\n", problem.what());
         return STATUS_PLUGIN_UNUSABLE;

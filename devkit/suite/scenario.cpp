@@ -175,6 +175,12 @@ constexpr Key<Scenario> SUITE_KEYS[] = {
     { "start-delay-ms", setNumber<&S::startDelayMs, 0, MAX_DELAY_MS>, DELAY },
     { "count-delay-ms", setNumber<&S::countDelayMs, 0, MAX_DELAY_MS>, DELAY },
     { "stop-delay-ms", setNumber<&S::stopDelayMs, 0, MAX_DELAY_MS>, DELAY },
+    { "stop-wakes-calls", setSwitch<&S::stopWakesCalls>, SWITCH },
+    { "linger-ms", setNumber<&S::lingerMs, 0, MAX_DELAY_MS>, DELAY },
+    { "worker-poll-ms", setNumber<&S::workerPollMs, 0, MAX_DELAY_MS>, DELAY },
+    { "destructor-delay-ms", setNumber<&S::destructorDelayMs, 0, MAX_DELAY_MS>, DELAY },
+    { "elf-destructor-delay-ms", setNumber<&S::elfDestructorDelayMs, 0, MAX_DELAY_MS>, DELAY },
+    { "stays-mapped", setSwitch<&S::staysMapped>, SWITCH },
 };
 
 using U = Unit;

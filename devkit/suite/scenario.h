@@ -66,7 +66,13 @@ struct Scenario
     int startDelayMs = 0;
     int countDelayMs = 0;
     int stopDelayMs = 0;
-    int declaredUnits = -1; // -1: not said
+    bool stopWakesCalls = false;  // CliStop ends the delays of calls in progress
+    int lingerMs = 0;             // such a call uses the library's global state for so long
+    int workerPollMs = 0;         // how often the worker looks whether to end; 0: woken at once
+    int destructorDelayMs = 0;    // of the library's global state
+    int elfDestructorDelayMs = 0; // of its ELF destructor
+    bool staysMapped = false;     // dlclose() does not unload the library
+    int declaredUnits = -1;       // -1: not said
     std::vector<Unit> units;
 
     bool operator==(const Scenario &) const = default;

@@ -4,17 +4,19 @@
 #include "devkit/suite/simulation.h"
 #include "model/suiterecords.h"
 
-#include <algorithm>
-#include <array>
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -28,7 +30,16 @@ namespace {
 constexpr const char *SCENARIO_FILENAME = "scenario.ini";
 constexpr std::size_t MAX_SESSIONS = 16;
 
-/** What lives from CliStart to CliStop, and on in the calls that CliStop meets. */
+void pause(int milliseconds)
+{
+    if (milliseconds > 0)
+        std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+}
+
+/**
+ * What lives from CliStart to CliStop, and on in the calls that CliStop meets. Its worker thread
+ * runs until stop().
+ */
 class Session
 {
 public:
@@ -36,6 +47,7 @@ public:
         : scenario(std::move(played))
         , calls(scenario.units.size())
         , m_start(std::chrono::steady_clock::now())
+        , m_worker([this] { work(); })
     {}
 
     /** Since the start, in whole seconds of the scenario. */
@@ -43,6 +55,28 @@ public:
     {
         const std::chrono::duration<double> real = std::chrono::steady_clock::now() - m_start;
         return static_cast<std::int64_t>(real.count() * scenario.timeScale);
+    }
+
+    /** Delays a call; true when stop() has woken it. */
+    bool delay(int milliseconds)
+    {
+        if (milliseconds == 0 || !scenario.stopWakesCalls) {
+            pause(milliseconds);
+            return false;
+        }
+        std::unique_lock lock(m_mutex);
+        return m_stopped.wait_for(lock, std::chrono::milliseconds(milliseconds),
+                                  [this] { return m_isStopped; });
+    }
+
+    void stop()
+    {
+        {
+            const std::lock_guard lock(m_mutex);
+            m_isStopped = true;
+        }
+        m_stopped.notify_all();
+        m_worker.join();
     }
 
     struct Calls
@@ -55,82 +89,128 @@ public:
     std::vector<Calls> calls; // a unit each
 
 private:
+    void work()
+    {
+        std::unique_lock lock(m_mutex);
+        while (!m_isStopped) {
+            if (scenario.workerPollMs == 0) {
+                m_stopped.wait(lock);
+            } else {
+                lock.unlock();
+                pause(scenario.workerPollMs);
+                lock.lock();
+            }
+        }
+    }
+
     std::chrono::steady_clock::time_point m_start;
+    std::mutex m_mutex;
+    std::condition_variable m_stopped;
+    bool m_isStopped = false;
+    std::thread m_worker; // last: it uses all of the above
 };
 
+constinit std::atomic<bool> g_isDestroyed = false;
+
 /**
- * The sessions, found by their handles. Never destroyed, since a host may call on another thread
- * while its process ends; a library that is closed after every session was stopped leaves nothing.
+ * The library's global state, which every call uses: the sessions by their handles. Ordinary in
+ * that unloading and exit() destroy it; a call that comes later ends the process by abort().
  */
 class Sessions
 {
 public:
+    Sessions() = default;
+    Sessions(const Sessions &) = delete;
+    Sessions &operator=(const Sessions &) = delete;
+    ~Sessions()
+    {
+        pause(m_destructorDelayMs);
+        g_isDestroyed = true;
+    }
+
     /** Null when there are too many. */
     void *add(std::shared_ptr<Session> session)
     {
-        const std::lock_guard lock(m_mutex);
-        const auto slot = std::ranges::find(m_sessions, nullptr);
-        if (slot == m_sessions.end())
+        const auto lock = locked();
+        if (m_sessions.size() == MAX_SESSIONS) {
+            session->stop();
             return nullptr;
-        *slot = std::move(session);
-        return slot->get();
+        }
+        m_destructorDelayMs = session->scenario.destructorDelayMs;
+        void *const handle = session.get();
+        m_sessions.emplace(handle, std::move(session));
+        return handle;
     }
 
     /** Null for a handle that is none, or no longer. */
     std::shared_ptr<Session> find(const void *handle)
     {
-        const std::lock_guard lock(m_mutex);
-        const auto slot = slotOf(handle);
-        return slot == m_sessions.end() ? nullptr : *slot;
+        const auto lock = locked();
+        const auto found = m_sessions.find(handle);
+        return found == m_sessions.end() ? nullptr : found->second;
     }
 
     std::shared_ptr<Session> take(const void *handle)
     {
-        const std::lock_guard lock(m_mutex);
-        const auto slot = slotOf(handle);
-        return slot == m_sessions.end() ? nullptr : std::exchange(*slot, nullptr);
+        const auto lock = locked();
+        const auto node = m_sessions.extract(handle);
+        return node ? node.mapped() : nullptr;
     }
 
 private:
-    using Slots = std::array<std::shared_ptr<Session>, MAX_SESSIONS>;
-
-    Slots::iterator slotOf(const void *handle)
+    std::unique_lock<std::mutex> locked()
     {
-        if (handle == nullptr)
-            return m_sessions.end();
-        return std::ranges::find(m_sessions, handle, &std::shared_ptr<Session>::get);
+        if (g_isDestroyed) {
+            std::fputs("upscli.so: used after its destruction\n", stderr);
+            std::abort();
+        }
+        return std::unique_lock(m_mutex);
     }
 
     std::mutex m_mutex;
-    Slots m_sessions;
+    std::map<const void *, std::shared_ptr<Session>> m_sessions;
+    int m_destructorDelayMs = 0;
 };
 
-union NeverDestroyed {
-    constexpr NeverDestroyed()
-        : sessions()
-    {}
-    NeverDestroyed(const NeverDestroyed &) = delete;
-    NeverDestroyed &operator=(const NeverDestroyed &) = delete;
-    ~NeverDestroyed() {} // leaves the member alone
-    Sessions sessions;
-};
+Sessions g_sessions;
 
-constinit NeverDestroyed g_storage;
-constexpr Sessions &g_sessions = g_storage.sessions;
+constinit std::atomic<int> g_elfDestructorDelayMs = 0;
 
-void pause(int milliseconds)
+[[gnu::destructor]] void onUnload()
 {
-    if (milliseconds > 0)
-        std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+    pause(g_elfDestructorDelayMs);
+}
+
+/** Delays a call. One that CliStop has woken goes on to use the global state. */
+void delayCall(Session &session, int milliseconds)
+{
+    if (!session.delay(milliseconds))
+        return;
+    const auto end =
+            std::chrono::steady_clock::now() + std::chrono::milliseconds(session.scenario.lingerMs);
+    while (std::chrono::steady_clock::now() < end) {
+        static_cast<void>(g_sessions.find(&session));
+        pause(1);
+    }
+}
+
+std::string ownPath()
+{
+    Dl_info self{};
+    return dladdr(reinterpret_cast<void *>(&CliStart), &self) == 0 ? "" : self.dli_fname;
+}
+
+/** Keeps dlclose() from unloading this library. */
+void stayMapped()
+{
+    if (void *const self = dlopen(ownPath().c_str(), RTLD_NOW | RTLD_NOLOAD | RTLD_NODELETE))
+        dlclose(self);
 }
 
 /** The file beside this library. */
 std::filesystem::path scenarioPath()
 {
-    Dl_info self{};
-    if (dladdr(reinterpret_cast<void *>(&CliStart), &self) == 0)
-        return SCENARIO_FILENAME;
-    return std::filesystem::path(self.dli_fname).parent_path() / SCENARIO_FILENAME;
+    return std::filesystem::path(ownPath()).parent_path() / SCENARIO_FILENAME;
 }
 
 /** Read anew for each session. A file that is not there means the built-in scenario. */
@@ -178,7 +258,7 @@ int callUnit(void *handle, std::uint64_t index, std::atomic<std::int64_t> Sessio
         const std::int64_t second = session->second();
         const bool faulty = suite::isFaulty(unit, call, second);
         if (faulty)
-            pause(unit.delayMs);
+            delayCall(*session, unit.delayMs);
         if (faulty && unit.*fails)
             return 0;
         answer(session->scenario, second, faulty);
@@ -204,6 +284,9 @@ PELCLOUD_ENTRY void *CliStart()
         pause(scenario.startDelayMs);
         if (scenario.cliStartFails)
             return nullptr;
+        if (scenario.staysMapped)
+            stayMapped();
+        g_elfDestructorDelayMs = scenario.elfDestructorDelayMs;
         return g_sessions.add(std::make_shared<Session>(std::move(scenario)));
     });
 }
@@ -215,6 +298,7 @@ PELCLOUD_ENTRY int CliStop(void *handle)
         if (session == nullptr)
             return 0;
         pause(session->scenario.stopDelayMs);
+        session->stop();
         return 1;
     });
 }
@@ -225,7 +309,7 @@ PELCLOUD_ENTRY std::uint64_t GetServerCount(void *handle)
         const std::shared_ptr<Session> session = g_sessions.find(handle);
         if (session == nullptr)
             return 0;
-        pause(session->scenario.countDelayMs);
+        delayCall(*session, session->scenario.countDelayMs);
         return session->scenario.countZero ? 0 : session->scenario.units.size();
     });
 }

@@ -35,16 +35,16 @@ TEST(RotatedName, IsCutAtTheLastDotOfTheWholePath)
         EXPECT_EQ(rotatedName(path, QDateTime({ 2026, 11, 15 }, { 18, 14, 3 })), base + date);
 }
 
-TEST_F(Log, RotatesAtOneMebibyteAndIsNotDisturbedByFaults)
+TEST_F(Log, RotatesAtOneMebibyteAndIgnoresFaults)
 {
     qInstallMessageHandler([](auto, auto &, const QString &text) { FAIL() << text.toStdString(); });
-    fs::remove_all(m_dir); // and with it the working directory
+    fs::remove_all(m_dir); // the working directory is gone
     fs::create_directory(m_dir);
     const auto now = QDateTime::currentDateTime();
     for (int i = 0; i < 120; ++i)
         std::ofstream(rotatedName((m_dir + "/taken.log").c_str(), now.addSecs(i)).toStdString());
-    // How long the file is, and whether it then grows, is moved away, or still is no file: on a full
-    // disk, in a directory that takes none, with a directory in its place.
+    // The size before, then the outcome: '+' the file grows, '-' it is rotated, '0' there is no file,
+    // on a full disk, in a read-only directory, or with a directory in its place.
     const std::tuple<const char *, std::size_t, char> rows[] = {
         { "below.log", 1048575, '+' }, { "at.log", 1048576, '-' }, { "taken.log", 1048576, '+' },
         { "/dev/full", 0, '0' },       { "/proc/a.log", 0, '0' },  { "/proc/sys", 0, '0' },
@@ -59,13 +59,13 @@ TEST_F(Log, RotatesAtOneMebibyteAndIsNotDisturbedByFaults)
     QLoggerWriter("", LogLevel::Info).write("M", "m");
 }
 
-TEST_F(Log, ThreadsLoseAndTearNoLineOfARotatingFileUntilItIsClosed)
+TEST_F(Log, ThreadsWriteWholeLinesAcrossRotationUntilClosed)
 {
     for (const bool added : { true, true, false }) // "A", then "B", then none
         EXPECT_EQ(m_manager->addDestination("t.log", { "A", "B" }, LogLevel::Fatal), added);
     QLog_Fatal("C", "no destination");
     std::ofstream("t.log") << std::string(1000000, '\n');
-    for (auto &thread : std::vector<std::jthread>(8)) // which ends when all threads have ended
+    for (auto &thread : std::vector<std::jthread>(8)) // joined at the end of the loop
         thread = std::jthread([this] {
             for (int i = 0; i < 1200; ++i) {
                 const QString module(i % 2 == 0 ? "A" : "B");
@@ -73,7 +73,7 @@ TEST_F(Log, ThreadsLoseAndTearNoLineOfARotatingFileUntilItIsClosed)
                 LOGS.begin()[i % 6](module, QString::number(i % 6) + " %2 \u00e9");
             }
         });
-    EXPECT_TRUE(fs::remove("logs")); // which throws if anything is in it
+    EXPECT_TRUE(fs::remove("logs")); // throws unless it is empty
     std::ostringstream all;
     for (const auto &file : fs::directory_iterator("."))
         all << std::ifstream(file.path()).rdbuf();

@@ -2,7 +2,6 @@
 #include "http/httpclient.h"
 #include "http/httprequest.h"
 #include "plugin/constants.h"
-#include "plugin/loglevels.h"
 #include "plugin/upsclidl.h"
 #include "tools/pelcloudctl/commands.h"
 #include "tools/pelcloudctl/httpwords.h"
@@ -330,9 +329,8 @@ private:
     {
         const std::string name = m_installation.log();
         const QString text = m_config.value(QLatin1String("log")).toString();
-        const QLogger::LogLevel level = LogLevelFromText(text);
-        if (level == QLogger::LogLevel::Fatal && !text.isEmpty()
-            && text.compare(QLatin1String("fatal"), Qt::CaseInsensitive) != 0)
+        const QLogger::LogLevel level = QLogger::logLevelFromText(text);
+        if (!text.isEmpty() && !QLogger::logLevelNamed(text))
             add(Verdict::Warning, "log",
                 "\"" + Terminal::printable(text) + "\" is no level, so the log is silent",
                 "pelcloudctl log-level info");

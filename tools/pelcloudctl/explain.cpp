@@ -62,7 +62,7 @@ void flatten(const QJsonObject &object, const std::string &prefix, Paths &paths)
 Paths pathsOf(RecordBuffers &buffers)
 {
     DeviceStatus device;
-    translateState(device, buffers);
+    buffers.translateState(device);
     Paths paths;
     flatten(device.toJson(), "", paths);
     return paths;

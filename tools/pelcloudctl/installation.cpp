@@ -221,7 +221,7 @@ void replaceConfiguration(const std::string &name, const QJsonObject &object)
 {
     Successor file(name);
     errno = 0;
-    if (WriteConfigFile(decoded(file.name()), object) != ConfigWriting::Done)
+    if (writeConfigFile(decoded(file.name()), object) != ConfigWriting::Done)
         file.fail(errno != 0 ? errno : ENOSPC);
     file.sync();
     file.succeed();

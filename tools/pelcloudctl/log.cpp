@@ -1,4 +1,3 @@
-#include "plugin/loglevels.h"
 #include "tools/pelcloudctl/commands.h"
 #include "tools/pelcloudctl/installation.h"
 #include "tools/pelcloudctl/logfile.h"

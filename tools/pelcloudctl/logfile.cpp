@@ -1,6 +1,5 @@
 #include "tools/pelcloudctl/logfile.h"
 
-#include "plugin/loglevels.h"
 #include "support/utils.h"
 #include "tools/pelcloudctl/problem.h"
 
@@ -58,13 +57,9 @@ QLogger::LogLevel levelOfLine(std::string_view line)
 
 QLogger::LogLevel levelNamed(const std::string &name)
 {
-    const QString text = QString::fromStdString(name);
-    const QLogger::LogLevel level = LogLevelFromText(text);
-    if (level == QLogger::LogLevel::Fatal
-        && text.compare(QLatin1String("fatal"), Qt::CaseInsensitive) != 0)
-        throw Problem("there is no level \"" + name + "\"",
-                      "It is one of fatal, error, warning, info, debug and trace.");
-    return level;
+    if (const auto level = QLogger::logLevelNamed(QString::fromStdString(name)))
+        return *level;
+    throw Problem("unknown level " + name, "Run 'pelcloudctl log-level --help' for the levels.");
 }
 
 LogFollower::LogFollower(std::string name, From from)

@@ -1,6 +1,7 @@
 // The operator's tool: shows what the plug-in would see and send, makes a computer ready for it, and
 // finds what keeps it from reporting.
 
+#include "logging/loglevel.h"
 #include "tools/pelcloudctl/commands.h"
 #include "tools/pelcloudctl/completions.h"
 #include "tools/pelcloudctl/problem.h"
@@ -22,9 +23,8 @@ constexpr int STATUS_USAGE = 2;
 
 constexpr char AUTHORIZATION_ENDPOINT[] = "https://accounts.google.com/o/oauth2/device/code";
 constexpr char SCOPE[] = "email";
-constexpr char LEVELS[] = "fatal, error, warning, info, debug or trace";
-const CLI::IsMember isLevel({ "fatal", "error", "warning", "info", "debug", "trace" },
-                            CLI::ignore_case);
+const std::string LEVELS = CLI::detail::join(QLogger::logLevelWords(), ", ");
+const CLI::IsMember isLevel(QLogger::logLevelWords(), CLI::ignore_case);
 constexpr double SHORTEST_WATCH = 0.1; // seconds
 constexpr double LONGEST_WATCH = 3600;
 
@@ -190,8 +190,7 @@ private:
                                       "  pelcloudctl log --follow\n"
                                       "  pelcloudctl log --level error --lines 20");
         command->add_flag("-f,--follow", m_log.isFollowing, "Wait for more until Ctrl-C");
-        command->add_option("--level", m_log.level,
-                            std::string("Only what matters at least so much: ").append(LEVELS))
+        command->add_option("--level", m_log.level, "Only what matters at least so much: " + LEVELS)
                 ->type_name("LEVEL")
                 ->check(isLevel);
         command->add_option("-n,--lines", m_log.lines, "Only the last so many lines")

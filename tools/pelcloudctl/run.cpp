@@ -1,6 +1,5 @@
 #include "logging/qlogger.h"
 #include "plugin/dlpelcloud.h"
-#include "plugin/loglevels.h"
 #include "plugin/pelcloud.h"
 #include "tools/pelcloudctl/commands.h"
 #include "tools/pelcloudctl/httpwords.h"
@@ -114,7 +113,7 @@ bool isSilent(const Installation &installation)
 {
     try {
         const QJsonValue level = readConfiguration(installation.config())[QLatin1String("log")];
-        return LogLevelFromText(level.toString()) == QLogger::LogLevel::Fatal;
+        return QLogger::logLevelFromText(level.toString()) == QLogger::LogLevel::Fatal;
     } catch (const Problem &) {
         return false; // the log tells
     }

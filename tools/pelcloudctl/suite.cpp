@@ -1,33 +1,24 @@
 #include "tools/pelcloudctl/suite.h"
 
-#include "model/computer.h"
-#include "model/devicestatus.h"
-#include "model/pel6trans.h"
 #include "support/utils.h"
 #include "tools/pelcloudctl/installation.h"
 #include "tools/pelcloudctl/problem.h"
 
-#include <algorithm>
 #include <filesystem>
+#include <stdexcept>
 
 namespace {
 
-/** Calls the library. What it throws is made of its code, and must be gone before that is unloaded. */
+/** Calls the library; a Problem when the call throws. */
 template <class Call>
 auto guarded(Call call)
 {
-    bool isDone = false;
-    decltype(call()) result{};
     try {
-        result = call();
-        isDone = true;
-    } catch (...) {
-        isDone = false;
-    }
-    if (!isDone)
+        return call();
+    } catch (const std::runtime_error &) {
         throw Problem("the suite's library fails in a call",
                       "Is the suite's own service in order?");
-    return result;
+    }
 }
 
 std::string joined(const std::vector<std::string> &names)
@@ -68,68 +59,44 @@ Suite::Suite(const Installation &installation)
     if (!std::filesystem::exists(name, error))
         throw Problem("there is no " + name,
                       "Name the suite's installation directory with --directory.");
-    if (!m_library.Load(name))
-        throw Problem("cannot load the suite's library: " + m_library.GetLastErrorStr(),
+    if (!m_library.load(name))
+        throw Problem("cannot load the suite's library: " + m_library.lastError(),
                       "See what it lacks: ldd " + name);
-    if (const auto missing = missingEntries(m_library); !missing.empty())
+    if (const auto missing = missingEntries(m_library.entries()); !missing.empty())
         throw Problem(name + (missing.size() == 1 ? " lacks the entry " : " lacks the entries ")
                               + joined(missing),
                       "Is it the suite's own library, of a version that this plug-in knows?");
-    m_handle = guarded([this] { return m_library.CliStart(); });
-    if (m_handle == nullptr)
+    if (!guarded([this] { return m_library.start(); }))
         throw Problem("the suite's library does not start", "Is the suite's own service running?");
 }
 
 Suite::~Suite()
 {
-    if (m_handle == nullptr)
-        return;
-    try {
-        m_library.CliStop(m_handle);
-    } catch (...) {
-        return; // there is nobody left to tell
-    }
+    static_cast<void>(m_library.stop()); // the command is over whether or not CliStop throws
 }
 
 unsigned long Suite::count()
 {
-    return std::min(guarded([this] { return m_library.GetServerCount(m_handle); }), MAX_UNITS);
+    return guarded([this] { return m_library.count(); });
 }
 
 bool Suite::readVersion(unsigned long index, Computer &computer)
 {
-    const auto call = [this, index] {
-        return m_library.UPSSrvGetVersionInfo(m_handle, index, m_buffers.version.get());
-    };
-    if (guarded(call) == 0)
+    if (!guarded([this, index] { return m_library.readVersion(index, m_buffers); }))
         return false;
-    Pel6Translator::translate(computer, m_buffers.version.get());
+    m_buffers.translateVersion(computer);
     return true;
 }
 
 bool Suite::readState(unsigned long index, DeviceStatus &device)
 {
-    const auto call = [this, index] {
-        return m_library.UPSSrvGetState(m_handle, index, m_buffers.capabilities.get(),
-                                        m_buffers.variables.get(), m_buffers.stateFlags.get(),
-                                        m_buffers.failureFlags.get(), m_buffers.cause.get(),
-                                        m_buffers.counter.get(), m_buffers.fullDischarge.get());
-    };
-    if (guarded(call) == 0)
+    if (!guarded([this, index] { return m_library.readState(index, m_buffers); }))
         return false;
-    translateState(device, m_buffers);
+    m_buffers.translateState(device);
     return true;
 }
 
 std::string unitName(unsigned long index)
 {
     return UIntToStr(index, 3, '0');
-}
-
-void translateState(DeviceStatus &device, RecordBuffers &buffers)
-{
-    Pel6Translator::translate(device, buffers.capabilities.get(), buffers.failureFlags.get(),
-                              buffers.stateFlags.get(), buffers.variables.get(),
-                              buffers.cause.get(), buffers.counter.get(),
-                              buffers.fullDischarge.get());
 }

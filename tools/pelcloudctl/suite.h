@@ -2,7 +2,7 @@
 #define PELCLOUD_TOOLS_PELCLOUDCTL_SUITE_H
 
 #include "plugin/recordbuffers.h"
-#include "plugin/upsclidl.h"
+#include "plugin/suitelibrary.h"
 
 #include <string>
 #include <vector>
@@ -37,15 +37,11 @@ public:
     [[nodiscard]] static std::vector<std::string> missingEntries(const UpsCliDL &library);
 
 private:
-    UpsCliDL m_library;
-    void *m_handle = nullptr;
+    SuiteLibrary m_library;
     RecordBuffers m_buffers;
 };
 
 /** "000": a UPS as the cloud knows it. */
 [[nodiscard]] std::string unitName(unsigned long index);
-
-/** Translates what the buffers hold. */
-void translateState(DeviceStatus &device, RecordBuffers &buffers);
 
 #endif
