@@ -1,5 +1,5 @@
-# What every target of this project has in common. Nothing here is global, so that a project that adds ours
-# keeps its own flags.
+# Functions for the targets of this project. None changes global settings, so that a project that adds ours keeps its
+# own.
 
 function(pelcloud_configure_target target)
   target_compile_features(${target} PUBLIC cxx_std_20)
@@ -19,8 +19,8 @@ function(pelcloud_configure_target target)
 endfunction()
 
 # pelcloud_add_test(NAME SOURCES... [LIBRARIES lib...] [PREFIX text] [PROPERTIES name value...]): a GoogleTest program
-# whose cases ctest runs one by one, their names behind the prefix. COST, in seconds, brings the slow ones to the front.
-# Every secret that a test makes up holds the word s3cr3t, which no output of any test may show.
+# whose cases are separate tests of ctest, with the prefix before their names. ctest starts tests with a high COST
+# first. The secrets in tests contain the word s3cr3t, and a test whose output contains it fails.
 function(pelcloud_add_test name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "PREFIX" "SOURCES;LIBRARIES;PROPERTIES")
   add_executable(${name} ${arg_SOURCES})
@@ -31,7 +31,7 @@ function(pelcloud_add_test name)
   if(arg_PREFIX)
     set(prefix TEST_PREFIX ${arg_PREFIX})
   endif()
-  # AddressSanitizer's marks on the stack of a killed thread outlive its variables, unless those lie elsewhere.
+  # Without the option, AddressSanitizer's marks on the stack of a killed thread remain and cause false reports.
   gtest_discover_tests(${name} ${prefix} DISCOVERY_TIMEOUT 60 NO_PRETTY_VALUES PROPERTIES
     TIMEOUT 300
     FAIL_REGULAR_EXPRESSION "s3cr3t"
@@ -43,12 +43,11 @@ function(pelcloud_add_test name)
   endforeach()
 endfunction()
 
-# pelcloud_add_script_test(NAME SCRIPT [arg...]): a test in Python, which ends with status 77 where it cannot run. Most of
-# them take long.
+# pelcloud_add_script_test(NAME SCRIPT [arg...]): a test in Python; exit status 77 means skipped.
 function(pelcloud_add_script_test name script)
   cmake_path(ABSOLUTE_PATH script)
   set_property(GLOBAL APPEND PROPERTY PELCLOUD_TEST_SOURCES "${script}")
-  # The system's own interpreter is the one that knows the system's packages.
+  # Only the system's interpreter finds the system's packages.
   add_test(NAME ${name} COMMAND /usr/bin/python3 ${script} ${ARGN})
   set_tests_properties(${name} PROPERTIES
     TIMEOUT 300
@@ -57,14 +56,13 @@ function(pelcloud_add_script_test name script)
     FAIL_REGULAR_EXPRESSION "s3cr3t")
 endfunction()
 
-# A test source that this build has no program for, on purpose.
+# Excludes a test source from this build.
 function(pelcloud_leave_out source)
   cmake_path(ABSOLUTE_PATH source)
   set_property(GLOBAL APPEND PROPERTY PELCLOUD_TEST_SOURCES "${source}")
 endfunction()
 
-# A test that was never registered is not a test: every *_test.cpp below tests/ must belong to a program, and every
-# *_test.py must have been added.
+# Fails unless each *_test.cpp and *_test.py below tests/ was added or excluded above.
 function(pelcloud_require_all_tests_registered)
   file(GLOB_RECURSE on_disk CONFIGURE_DEPENDS
     "${PROJECT_SOURCE_DIR}/tests/*_test.cpp" "${PROJECT_SOURCE_DIR}/tests/*_test.py")

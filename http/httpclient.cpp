@@ -106,6 +106,31 @@ private:
     bool m_wasPending = false;
 };
 
+void setCommonOptions(Options &options, HttpClient::ResponseBuffer &response,
+                      HttpClient::UploadSource &upload, char *errorText)
+{
+    options.set(CURLOPT_SSL_VERIFYPEER, VERIFY_TLS ? 1L : 0L)
+            .set(CURLOPT_SSL_VERIFYHOST, VERIFY_TLS ? 2L : 0L)
+            .set(CURLOPT_WRITEFUNCTION, &HttpClient::writer)
+            .set(CURLOPT_WRITEDATA, &response)
+            .set(CURLOPT_HEADERFUNCTION, &HttpClient::headCounter)
+            .set(CURLOPT_HEADERDATA, &response)
+            .set(CURLOPT_READFUNCTION, &HttpClient::reader)
+            .set(CURLOPT_READDATA, &upload)
+            .set(CURLOPT_SEEKFUNCTION, &HttpClient::rewinder)
+            .set(CURLOPT_SEEKDATA, &upload)
+            .set(CURLOPT_ERRORBUFFER, errorText)
+            .set(CURLOPT_USERAGENT, USER_AGENT)
+            .set(CURLOPT_NOSIGNAL, 1L)
+            .set(CURLOPT_QUICK_EXIT, 1L) // no wait for a name server
+            .set(CURLOPT_PROXY_SSL_VERIFYPEER, VERIFY_TLS ? 1L : 0L)
+            .set(CURLOPT_PROXY_SSL_VERIFYHOST, VERIFY_TLS ? 2L : 0L)
+            .set(CURLOPT_TCP_KEEPALIVE, 1L)
+            // One request at a time gains nothing by HTTP/2, whose connections stay in use after a
+            // request has timed out.
+            .set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
+}
+
 } // namespace
 
 struct HttpClient::Method
@@ -134,33 +159,8 @@ HttpClient::HttpClient()
     : m_transfers(m_library.isUsable() ? curl_multi_init() : nullptr)
     , m_handle(m_transfers ? curl_easy_init() : nullptr)
 {
-    if (!m_handle)
-        return;
     // A new connection replaces the one before, which may be dead.
-    const CURLMcode limited = curl_multi_setopt(m_transfers.get(), CURLMOPT_MAXCONNECTS, 1L);
-    const CURLcode result = Options(m_handle.get())
-                                    .set(CURLOPT_SSL_VERIFYPEER, VERIFY_TLS ? 1L : 0L)
-                                    .set(CURLOPT_SSL_VERIFYHOST, VERIFY_TLS ? 2L : 0L)
-                                    .set(CURLOPT_WRITEFUNCTION, &writer)
-                                    .set(CURLOPT_WRITEDATA, &m_response)
-                                    .set(CURLOPT_HEADERFUNCTION, &headCounter)
-                                    .set(CURLOPT_HEADERDATA, &m_response)
-                                    .set(CURLOPT_READFUNCTION, &reader)
-                                    .set(CURLOPT_READDATA, &m_upload)
-                                    .set(CURLOPT_USERAGENT, USER_AGENT)
-                                    .set(CURLOPT_NOSIGNAL, 1L)
-                                    .set(CURLOPT_QUICK_EXIT, 1L) // no wait for a name server
-                                    .set(CURLOPT_PROXY_SSL_VERIFYPEER, VERIFY_TLS ? 1L : 0L)
-                                    .set(CURLOPT_PROXY_SSL_VERIFYHOST, VERIFY_TLS ? 2L : 0L)
-                                    // One request at a time gains nothing by HTTP/2, whose
-                                    // connections stay in use after a request has timed out.
-                                    .set(CURLOPT_HTTP_VERSION, long(CURL_HTTP_VERSION_1_1))
-                                    .set(CURLOPT_TCP_KEEPALIVE, 1L)
-                                    .set(CURLOPT_SEEKFUNCTION, &rewinder)
-                                    .set(CURLOPT_SEEKDATA, &m_upload)
-                                    .set(CURLOPT_ERRORBUFFER, m_errorText)
-                                    .result();
-    if (result != CURLE_OK || limited != CURLM_OK)
+    if (m_handle && curl_multi_setopt(m_transfers.get(), CURLMOPT_MAXCONNECTS, 1L) != CURLM_OK)
         m_handle.reset();
 }
 
@@ -233,6 +233,7 @@ CURLcode HttpClient::transfer(const Method &method, const HttpRequest &request,
         return CURLE_OUT_OF_MEMORY;
 
     Options options(m_handle.get());
+    setCommonOptions(options, m_response, m_upload, m_errorText);
     options.set(CURLOPT_UPLOAD, method.upload)
             .set(method.option, 1L)
             .set(CURLOPT_URL, url.constData())
@@ -259,14 +260,11 @@ CURLcode HttpClient::transfer(const Method &method, const HttpRequest &request,
     if (result == CURLE_OK && m_handle)
         curl_easy_getinfo(m_handle.get(), CURLINFO_RESPONSE_CODE, &m_lastStatus);
 
-    // Headers and data end with this call; a handle that still refers to them is not used again.
+    // Headers and data end with this call. Without the reset, libcurl 7.88 counts the requests that
+    // it sends again over the handle's whole life, and fails the sixth.
     m_upload = {};
-    if (!m_handle)
-        return result;
-    Options reset(m_handle.get());
-    reset.set(CURLOPT_HTTPHEADER, nullptr).set(CURLOPT_POSTFIELDS, nullptr);
-    if (reset.result() != CURLE_OK)
-        m_handle.reset();
+    if (m_handle)
+        curl_easy_reset(m_handle.get()); // keeps the connection
     return result;
 }
 

@@ -103,7 +103,7 @@ public:
     static CURLcode setHeaders(curl_slist **list, const HttpRequest &request);
 
 private:
-    friend struct HttpClientProbe; // tests shorten the timeout and trust a certificate
+    friend struct HttpClientProbe; // tests shorten the timeout
     struct Method;
 
     /** A reference to libcurl's global state. */

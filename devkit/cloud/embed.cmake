@@ -1,5 +1,5 @@
-# Writes a source file that holds the files of the page: cmake -DPAGE=folder -DOUTPUT=file -P embed.cmake
-# For page.js it defines PAGE_JS, and so on, as pagefiles.h declares them.
+# Writes the files of the page into a source file, as the constants of pagefiles.h (page.js becomes PAGE_JS):
+# cmake -DPAGE=folder -DOUTPUT=file -P embed.cmake
 
 set(source "#include \"devkit/cloud/pagefiles.h\"\n\nnamespace localcloud {\n\n")
 foreach(name IN ITEMS approve.html index.html page.js style.css)

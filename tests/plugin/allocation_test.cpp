@@ -126,5 +126,5 @@ TEST(Allocation, AFailureEndsOnlyItsRun)
 
 int main(int argc, char **argv)
 {
-    return runTestsInside(argc, argv, PELCLOUD_UPSCLI);
+    return runTestsInside(argc, argv, UPSCLI_FILE);
 }

@@ -210,7 +210,7 @@ TEST_F(ClientTest, StartFailsWithoutAThread)
     pthread_attr_setstacksize(&impossible, std::size_t(1) << 50U);
     pthread_setattr_default_np(&impossible);
     fs::rename(home + "upscli.so", home + "away");
-    fs::copy_file(PELCLOUD_ROGUE, home + "upscli.so"); // which needs no thread itself
+    fs::copy_file(ROGUE_FILE, home + "upscli.so"); // which needs no thread itself
     EXPECT_EQ(client.start(), 6);
     pthread_setattr_default_np(&usual);
     EXPECT_EQ(messages(),
@@ -256,5 +256,5 @@ TEST(EntryPoints, IgnoreNullHandles)
 
 int main(int argc, char **argv)
 {
-    return runTestsInside(argc, argv, PELCLOUD_UPSCLI);
+    return runTestsInside(argc, argv, UPSCLI_FILE);
 }

@@ -1,77 +1,49 @@
 #ifndef PELCLOUD_TOOLS_PELCLOUDCTL_COMMANDS_H
 #define PELCLOUD_TOOLS_PELCLOUDCTL_COMMANDS_H
 
-#include <cstddef>
-#include <optional>
+#include <CLI/CLI.hpp>
+
+#include <functional>
 #include <string>
 
-/**
- * The commands, each with its options as the command line gives them. They print to standard output,
- * throw a Problem for what the caller should say on standard error, and return the exit status.
- */
-namespace Commands {
-
-struct Status
+/** The command line, to which each command adds itself. */
+class Program
 {
-    std::string directory;
-    bool isWatching = false;
-    double seconds = 2; // between two looks
-    bool isJson = false;
-};
-int run(const Status &options);
+public:
+    Program();
 
-struct Explain
-{
-    std::string directory;
-    unsigned long unit = 0;
-};
-int run(const Explain &options);
+    /** Parses the command line and runs the command that it names; gives the exit status. */
+    int run(int argc, char **argv);
 
-struct Enroll
-{
-    std::string directory;
-    std::string home;
-    std::string computer;
-    std::string client;
-    std::string secretFile; // empty: asked for
-    std::string authorizationEndpoint;
-    std::string scope;
-    bool isLeftToPlugin = false; // to wait for the approval
-    bool isWithoutQrCode = false;
-};
-int run(const Enroll &options);
+    /**
+     * Adds a command, whose options the caller then adds to the result. `run` is called after
+     * parsing: it prints to standard output, throws a Problem when it fails, and gives the exit
+     * status.
+     */
+    CLI::App *add(const char *name, const char *description, const char *examples,
+                  std::function<int()> run);
 
-struct Check
-{
-    std::string directory;
-    std::string plugin;
-    bool isJson = false;
-};
-int run(const Check &options);
+    [[nodiscard]] CLI::App &parser() { return m_parser; }
+    /** The value of --directory, once the command line is parsed; empty without it. */
+    [[nodiscard]] const std::string &directory() const { return m_directory; }
 
-struct Run
-{
-    std::string directory;
-    bool isOnce = false;
+private:
+    CLI::App m_parser;
+    std::string m_directory;
+    std::function<int()> m_command;
 };
-int run(const Run &options);
 
-struct Log
-{
-    std::string directory;
-    bool isFollowing = false;
-    std::string level = "trace";      // the least that is shown
-    std::optional<std::size_t> lines; // the last so many; all without
-};
-int run(const Log &options);
+/** What is wrong with the text of a whole number; empty when nothing is. */
+[[nodiscard]] std::string checkWholeNumber(const std::string &text);
 
-struct LogLevel
-{
-    std::string directory;
-    std::string level; // empty: shows the one in force
-};
-int run(const LogLevel &options);
-
-} // namespace Commands
+// Each command in a file of its own, in the order of the help.
+void addStatus(Program &program);
+void addEnroll(Program &program);
+void addCheck(Program &program);
+void addExplain(Program &program);
+void addRun(Program &program);
+void addLog(Program &program);
+void addLogLevel(Program &program);
+void addCompletions(Program &program);
 
 #endif

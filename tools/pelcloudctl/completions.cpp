@@ -1,26 +1,20 @@
-#include "tools/pelcloudctl/completions.h"
+#include "tools/pelcloudctl/commands.h"
+#include "tools/pelcloudctl/terminal.h"
 
-#include <CLI/CLI.hpp>
-
-#include <functional>
+#include <memory>
 #include <string_view>
 
 namespace {
 
 using Describe = std::function<std::string(const CLI::Option &, const std::string &name)>;
 
-bool isShown(const CLI::App *command)
-{
-    return !command->get_group().empty();
-}
-
-/** What `describe` says of each long option of the command and of the program. */
+/** The texts that `describe` gives for the long options of the command and for --directory. */
 std::string optionsOf(const CLI::App &app, const CLI::App &command, const Describe &describe)
 {
     std::string text;
     for (const CLI::App *const owner : { &command, &app }) {
         for (const CLI::Option *const option : owner->get_options()) {
-            // The program's version is no matter of a command, and its help is the command's own.
+            // Of the program's options, a command takes only this one; it has a help of its own.
             const bool isOurs = owner == &command
                                 || option->get_lnames() == std::vector<std::string>{ "directory" };
             if (isOurs && !option->get_lnames().empty())
@@ -35,11 +29,11 @@ bool takesValue(const CLI::Option &option)
     return option.get_expected_min() > 0;
 }
 
-std::string bash(CLI::App &app)
+std::string bash(const CLI::App &app)
 {
     std::string commands;
     std::string cases;
-    for (const CLI::App *const command : app.get_subcommands(isShown)) {
+    for (const CLI::App *const command : app.get_subcommands({})) {
         commands.append(commands.empty() ? "" : " ").append(command->get_name());
         cases.append("    ").append(command->get_name()).append(") words=\"");
         cases.append(optionsOf(app, *command, [](const CLI::Option &, const std::string &name) {
@@ -65,26 +59,42 @@ std::string bash(CLI::App &app)
              "complete -o default -F _pelcloudctl pelcloudctl\n";
 }
 
-std::string quoted(std::string text)
+/** The text for a single-quoted word; a backslash goes before each of the `special` characters. */
+std::string quoted(const std::string &text, std::string_view special, const char *apostrophe)
 {
-    for (char &c : text) {
-        if (std::string_view("'[]:").find(c) != std::string_view::npos)
-            c = ' ';
+    std::string result;
+    for (const char c : text) {
+        if (special.find(c) != std::string_view::npos)
+            result += '\\';
+        if (c == '\'')
+            result += apostrophe;
+        else
+            result += c;
     }
-    return text;
+    return result;
 }
 
-std::string zsh(CLI::App &app)
+std::string zshText(const std::string &text)
+{
+    return quoted(text, "[]:", R"('\'')");
+}
+
+std::string fishText(const std::string &text)
+{
+    return quoted(text, "", R"(\')");
+}
+
+std::string zsh(const CLI::App &app)
 {
     std::string commands;
     std::string cases;
-    for (const CLI::App *const command : app.get_subcommands(isShown)) {
+    for (const CLI::App *const command : app.get_subcommands({})) {
         commands.append("    '").append(command->get_name()).append(":");
-        commands.append(quoted(command->get_description())).append("'\n");
+        commands.append(zshText(command->get_description())).append("'\n");
         cases.append("  ").append(command->get_name()).append(")\n    _arguments \\\n");
         cases.append(
                 optionsOf(app, *command, [](const CLI::Option &option, const std::string &name) {
-                    return "      '--" + name + "[" + quoted(option.get_description()) + "]"
+                    return "      '--" + name + "[" + zshText(option.get_description()) + "]"
                            + (takesValue(option) ? ":value:_default" : "") + "' \\\n";
                 }));
         cases.append("      '*:file:_default'\n    ;;\n");
@@ -102,30 +112,42 @@ std::string zsh(CLI::App &app)
            + cases + "esac\n";
 }
 
-std::string fish(CLI::App &app)
+std::string fish(const CLI::App &app)
 {
     std::string text = "# fish completion for pelcloudctl\n";
-    for (const CLI::App *const command : app.get_subcommands(isShown)) {
+    for (const CLI::App *const command : app.get_subcommands({})) {
         const std::string &name = command->get_name();
         text.append("complete -c pelcloudctl -n __fish_use_subcommand -f -a ").append(name);
-        text.append(" -d '").append(quoted(command->get_description())).append("'\n");
+        text.append(" -d '").append(fishText(command->get_description())).append("'\n");
         text += optionsOf(app, *command,
                           [&name](const CLI::Option &option, const std::string &own) {
                               std::string line = "complete -c pelcloudctl -n "
                                                  "'__fish_seen_subcommand_from ";
                               line.append(name).append("' -l ").append(own);
                               line.append(takesValue(option) ? " -r -d '" : " -f -d '");
-                              return line.append(quoted(option.get_description())).append("'\n");
+                              return line.append(fishText(option.get_description())).append("'\n");
                           });
     }
     return text;
 }
 
+int run(const std::string &shell, const CLI::App &app)
+{
+    Terminal::print(shell == "bash" ? bash(app) : shell == "zsh" ? zsh(app) : fish(app));
+    return 0;
+}
+
 } // namespace
 
-std::string completionsFor(const std::string &shell, CLI::App &app)
+void addCompletions(Program &program)
 {
-    const bool isBash = shell == "bash";
-    const bool isZsh = shell == "zsh";
-    return isBash ? bash(app) : isZsh ? zsh(app) : shell == "fish" ? fish(app) : "";
+    const auto shell = std::make_shared<std::string>();
+    CLI::App *const command =
+            program.add("completions", "Print a shell completion script",
+                        "  source <(pelcloudctl completions bash)",
+                        [&program, shell] { return run(*shell, program.parser()); });
+    command->add_option("SHELL", *shell, "bash, zsh or fish")
+            ->required()
+            ->check(CLI::IsMember({ "bash", "zsh", "fish" }))
+            ->option_text("REQUIRED");
 }

@@ -8,6 +8,7 @@
 #include "tools/pelcloudctl/terminal.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
@@ -23,23 +24,35 @@
 
 namespace {
 
-using namespace std::chrono_literals;
+using namespace Qt::StringLiterals;
 using Clock = std::chrono::steady_clock;
 using std::chrono::seconds;
 
-constexpr seconds SLOWER{ 5 }; // what each request to slow down adds
-constexpr seconds SLOWEST{ 60 };
-constexpr seconds USUAL_INTERVAL{ 5 };
-constexpr seconds USUAL_LIFE{ 1800 };
+constexpr seconds DEFAULT_INTERVAL{ 5 };
+constexpr seconds BACKOFF{ 5 }; // added to the interval after each failure
+constexpr seconds MAX_INTERVAL{ 60 };
+constexpr seconds DEFAULT_LIFETIME{ 1800 };
 
-/** What the server gives a device that wants to be enrolled. */
+struct Options
+{
+    std::string home;
+    std::string computer;
+    std::string client;
+    std::string secretFile; // empty: ask for the secret
+    std::string authorizationEndpoint = "https://accounts.google.com/o/oauth2/device/code";
+    std::string scope = "email";
+    bool isLeftToPlugin = false; // the plug-in waits for the approval
+    bool isWithoutQrCode = false;
+};
+
+/** The server's answer to a request for enrolment. */
 struct DeviceCode
 {
     QString code; // secret
     std::string userCode;
     std::string address;
     seconds interval;
-    seconds life;
+    seconds lifetime;
 };
 
 enum class Outcome { Approved, Expired, Refused };
@@ -55,19 +68,12 @@ QString text(const QJsonObject &object, std::initializer_list<const char *> keys
 
 seconds secondsOf(const QJsonObject &object, const char *key, seconds byDefault)
 {
-    constexpr double LONGEST = 86400;
+    constexpr double MAX_SECONDS = 86400;
     const double value = object[QLatin1String(key)].toDouble(0);
-    return value >= 1 ? seconds(static_cast<long>(std::min(value, LONGEST))) : byDefault;
+    return value >= 1 ? seconds(static_cast<long>(std::min(value, MAX_SECONDS))) : byDefault;
 }
 
-/** A server that is busy or out of order, rather than one that refuses. */
-bool isPassing(long status)
-{
-    constexpr long TOO_MANY = 429;
-    return status == TOO_MANY || status >= 500;
-}
-
-DeviceCode requestCode(const Commands::Enroll &options, const GoogleToken &token)
+DeviceCode requestCode(const Options &options, const GoogleToken &token)
 {
     const auto encoded = [](const QString &value) { return QUrl::toPercentEncoding(value); };
     const QString endpoint = QString::fromStdString(options.authorizationEndpoint);
@@ -83,33 +89,33 @@ DeviceCode requestCode(const Commands::Enroll &options, const GoogleToken &token
         if (answer == nullptr)
             throw Problem("no answer from " + withoutPassword(options.authorizationEndpoint) + ": "
                                   + client.lastError(),
-                          "See whether the network and the proxy (HTTPS_PROXY) are right.");
+                          "Check the network and the proxy (HTTPS_PROXY).");
         const QJsonObject object = QJsonDocument::fromJson(*answer).object();
         DeviceCode code{
             text(object, { "device_code" }), Terminal::printable(text(object, { "user_code" })),
             Terminal::printable(text(object, { "verification_url", "verification_uri" })),
-            secondsOf(object, "interval", USUAL_INTERVAL),
-            secondsOf(object, "expires_in", USUAL_LIFE)
+            secondsOf(object, "interval", DEFAULT_INTERVAL),
+            secondsOf(object, "expires_in", DEFAULT_LIFETIME)
         };
         if (!code.code.isEmpty() && !code.userCode.empty() && !code.address.empty())
             return code;
         const QString error = text(object, { "error" });
-        if (!error.isEmpty() && !isPassing(client.lastStatus()))
-            throw Problem("the server refuses to enrol this client: " + Terminal::printable(error),
-                          "See whether the client identifier is right.");
+        if (!error.isEmpty() && !isTransient(client.lastStatus()))
+            throw Problem("request for a device code refused: " + Terminal::printable(error),
+                          "Check the client identifier.");
         if (attempt == ATTEMPTS)
-            throw Problem("the server gives no device code; its answer has the status "
+            throw Problem("no device code in the answer; status "
                                   + statusWords(client.lastStatus()),
-                          "Try again later, or name another address with "
+                          "Try again later, or give another address with "
                           "--authorization-endpoint.");
         std::this_thread::sleep_for(seconds(attempt));
     }
 }
 
-void show(const DeviceCode &code, const Commands::Enroll &options)
+void show(const DeviceCode &code, const Options &options)
 {
     using Terminal::Colour;
-    std::string out = "\nOn any computer or telephone, open\n\n    ";
+    std::string out = "\nOn any computer or phone, open\n\n    ";
     out.append(Terminal::painted(Colour::Bold, code.address))
             .append("\n\nand enter the code\n\n    ");
     QString wide;
@@ -123,7 +129,7 @@ void show(const DeviceCode &code, const Commands::Enroll &options)
     Terminal::print(out);
 }
 
-/** Shows what is left, in place, until it is time to ask again or the code's life is over. */
+/** Shows the time left, on a terminal, until `next` or `end`. */
 void countDown(Clock::time_point next, Clock::time_point end)
 {
     const bool isShown = Terminal::isTerminal(stdout);
@@ -143,12 +149,12 @@ void countDown(Clock::time_point next, Clock::time_point end)
     Terminal::print(isShown ? "\r\033[K" : "");
 }
 
-/** Asks until the person has decided; what the server gave is in `auth` when it is Approved. */
-Outcome await(GoogleAuth &auth, const DeviceCode &code)
+/** Asks until a person has decided or the code has expired. When Approved, `auth` has the token. */
+Outcome waitForApproval(GoogleAuth &auth, const DeviceCode &code)
 {
-    const Clock::time_point end = Clock::now() + code.life;
+    const Clock::time_point end = Clock::now() + code.lifetime;
     seconds interval = code.interval;
-    const auto slowDown = [&interval] { interval = std::min(interval + SLOWER, SLOWEST); };
+    const auto slowDown = [&interval] { interval = std::min(interval + BACKOFF, MAX_INTERVAL); };
     for (;;) {
         countDown(Clock::now() + interval, end);
         if (Clock::now() >= end)
@@ -158,25 +164,25 @@ Outcome await(GoogleAuth &auth, const DeviceCode &code)
             return Outcome::Approved;
         if (result == GoogleAuth::ExpiredToken)
             return Outcome::Expired;
-        if (result == GoogleAuth::OtherError && auth.lastError() == QLatin1String("access_denied"))
+        if (result == GoogleAuth::OtherError && auth.lastError() == "access_denied"_L1)
             return Outcome::Refused;
         if (result == GoogleAuth::Ok && !auth.getToken().getAccessToken().isEmpty())
-            throw Problem("the server gives a token that cannot be renewed",
-                          "The client must be one for devices: see where it was registered.");
-        if (result == GoogleAuth::OtherError && !isPassing(auth.lastStatus()))
-            throw Problem("the server refuses: " + Terminal::printable(auth.lastError()),
-                          "See whether client identifier and client secret belong together.");
-        // Asking more seldom is right for all that passes: no answer, a busy server, no JSON.
+            throw Problem("no refresh token in the answer",
+                          "Use a client that is registered for devices.");
+        if (result == GoogleAuth::OtherError && !isTransient(auth.lastStatus()))
+            throw Problem("sign-in refused: " + Terminal::printable(auth.lastError()),
+                          "Check the client identifier and the client secret.");
+        // Back off after any transient failure: slow_down, no answer, 429 or 5xx, not JSON.
         if (result != GoogleAuth::AuthorizationPending)
             slowDown();
     }
 }
 
-std::string lifeWords(seconds life)
+std::string lifetimeWords(seconds lifetime)
 {
     constexpr seconds SHORT{ 120 };
-    return life < SHORT ? std::to_string(life.count()) + " seconds"
-                        : std::to_string(life.count() / 60) + " minutes";
+    return lifetime < SHORT ? std::to_string(lifetime.count()) + " seconds"
+                            : std::to_string(lifetime.count() / 60) + " minutes";
 }
 
 std::string hostName()
@@ -185,7 +191,7 @@ std::string hostName()
     return gethostname(name, sizeof name - 1) == 0 ? name : "";
 }
 
-/** The option, or what the person answers, or what the file had. */
+/** The option's value, the person's answer to the question, or the default. */
 QString valueOf(const std::string &option, const char *name, const char *question,
                 const std::string &byDefault)
 {
@@ -195,34 +201,35 @@ QString valueOf(const std::string &option, const char *name, const char *questio
     if (Terminal::isTerminal(stdin))
         value = Terminal::ask(question, byDefault);
     if (value.empty())
-        throw Problem(std::string(question) + " is missing",
-                      std::string("Name it with ") + name + ".");
+        throw Problem(std::string("no value for ") + name,
+                      "Give it on the command line, or run this in a terminal.");
     return QString::fromStdString(value);
 }
 
-QString secretOf(const Commands::Enroll &options, const QString &kept)
+QString secretOf(const Options &options, const QString &current)
 {
     if (!options.secretFile.empty()) {
         std::ifstream file(options.secretFile);
+        if (!file)
+            throw Problem("cannot read " + options.secretFile + ": " + errorWords(errno));
         std::string line;
         if (!std::getline(file, line) || line.empty())
-            throw Problem("cannot read a client secret from " + options.secretFile,
+            throw Problem("no client secret in " + options.secretFile,
                           "Its first line must be the secret.");
         if (line.back() == '\r')
             line.pop_back();
         return QString::fromStdString(line);
     }
     if (!Terminal::isTerminal(stdin)) {
-        if (kept.isEmpty())
-            throw Problem("the client secret is missing",
-                          "Name a file that holds it with --secret-file.");
-        return kept;
+        if (current.isEmpty())
+            throw Problem("no client secret", "Give a file that holds it with --secret-file.");
+        return current;
     }
-    const std::string answer = Terminal::askSecret(
-            kept.isEmpty() ? "Client secret" : "Client secret (nothing keeps the one in the file)");
-    if (answer.empty() && kept.isEmpty())
-        throw Problem("the client secret is missing", "It came with the client identifier.");
-    return answer.empty() ? kept : QString::fromStdString(answer);
+    const std::string answer =
+            Terminal::askSecret(current.isEmpty() ? "Client secret" : "Client secret [unchanged]");
+    if (answer.empty() && current.isEmpty())
+        throw Problem("no client secret", "It is issued together with the client identifier.");
+    return answer.empty() ? current : QString::fromStdString(answer);
 }
 
 QString homeAddress(const QString &given)
@@ -232,17 +239,16 @@ QString homeAddress(const QString &given)
         address.chop(1);
     const QUrl url(address, QUrl::StrictMode);
     if (!url.isValid() || url.host().isEmpty()
-        || (url.scheme() != QLatin1String("https") && url.scheme() != QLatin1String("http")))
-        throw Problem("\""
+        || (url.scheme() != "https"_L1 && url.scheme() != "http"_L1))
+        throw Problem("not an http or https address: "
                               + Terminal::printable(
-                                      QString::fromStdString(withoutPassword(given.toStdString())))
-                              + "\" is no home address",
-                      "It is like https://monitoring.example.");
+                                      QString::fromStdString(withoutPassword(given.toStdString()))),
+                      "A cloud's address looks like https://monitoring.example.");
     return address;
 }
 
-/** What there is already; nothing when there is no file. A file that cannot be read is not replaced. */
-QJsonObject earlierConfiguration(const std::string &name)
+/** The object in pelcloud.json; empty without a file. An unreadable file must not be replaced. */
+QJsonObject currentConfiguration(const std::string &name)
 {
     std::error_code error;
     if (!std::filesystem::exists(name, error) || std::filesystem::is_empty(name, error))
@@ -250,23 +256,23 @@ QJsonObject earlierConfiguration(const std::string &name)
     try {
         return readConfiguration(name);
     } catch (const Problem &problem) {
-        throw Problem(problem.what(), "Mend it or move it out of the way; then run this again.");
+        throw Problem(problem.what(), "Correct or remove the file; then run this again.");
     }
 }
 
-GoogleToken newToken(const Commands::Enroll &options, const QJsonObject &earlier)
+GoogleToken newToken(const Options &options, const QJsonObject &earlier)
 {
     const GoogleToken old(earlier);
     GoogleToken token;
-    token.setHomeURI(homeAddress(valueOf(options.home, "--home", "Home address of the cloud",
+    token.setHomeURI(homeAddress(valueOf(options.home, "--home", "Address of the cloud",
                                          old.getHomeURI().toStdString())));
     const std::string id = old.getComputerId().toStdString();
     token.setComputerId(valueOf(options.computer, "--computer", "Identifier of this computer",
                                 id.empty() ? hostName() : id));
-    static const QRegularExpression plain(QStringLiteral("^[A-Za-z0-9._~-]+$"));
-    if (!plain.match(token.getComputerId()).hasMatch()) // it becomes a part of addresses as it is
-        throw Problem("\"" + Terminal::printable(token.getComputerId()) + "\" is no identifier",
-                      "It is made of letters, digits and . _ ~ -");
+    static const QRegularExpression plain(u"^[A-Za-z0-9._~-]+$"_s);
+    if (!plain.match(token.getComputerId()).hasMatch()) // addresses hold it unencoded
+        throw Problem("not an identifier: " + Terminal::printable(token.getComputerId()),
+                      "Use only letters, digits and . _ ~ -");
     token.setClientId(valueOf(options.client, "--client", "Client identifier",
                               old.getClientId().toStdString()));
     const bool isSameClient = token.getClientId() == old.getClientId();
@@ -278,15 +284,15 @@ void save(const std::string &name, const QJsonObject &earlier, const GoogleToken
 {
     QJsonObject object = earlier;
     try {
-        object = earlierConfiguration(name); // it may have changed during the wait
+        object = currentConfiguration(name); // may have changed during the wait
     } catch (const Problem &) {
         object = earlier;
     }
     const QJsonObject fields = token.toJson();
     for (auto field = fields.begin(); field != fields.end(); ++field)
         object.insert(field.key(), field.value());
-    if (object.value(QLatin1String("log")).toString().isEmpty())
-        object.insert(QLatin1String("log"), QLatin1String("fatal"));
+    if (object["log"_L1].toString().isEmpty())
+        object.insert("log"_L1, "fatal"_L1);
     replaceConfiguration(name, object);
 }
 
@@ -299,15 +305,12 @@ bool wantsNewCode(const char *why)
     return answer.starts_with('y') || answer.starts_with('Y');
 }
 
-} // namespace
-
-int Commands::run(const Enroll &options)
+int run(const Installation &installation, const Options &options)
 {
-    const Installation installation = findInstallation(options.directory);
     const std::string file = installation.config();
-    const QJsonObject earlier = earlierConfiguration(file);
+    const QJsonObject earlier = currentConfiguration(file);
     const GoogleToken token = newToken(options, earlier);
-    checkReplaceable(file); // better now than when a person has approved
+    checkReplaceable(file); // rather now than after a person has approved
 
     for (;;) {
         const DeviceCode code = requestCode(options, token);
@@ -318,13 +321,11 @@ int Commands::run(const Enroll &options)
         show(code, options);
         if (options.isLeftToPlugin) {
             save(file, earlier, auth.getToken());
-            Terminal::print(
-                    "Wrote " + file
-                    + ". The plug-in signs in once the code is approved, which must be within "
-                    + lifeWords(code.life) + ".\n");
+            Terminal::print("Wrote " + file + ". Approve the code within "
+                            + lifetimeWords(code.lifetime) + "; the plug-in then signs in.\n");
             return 0;
         }
-        const Outcome outcome = await(auth, code);
+        const Outcome outcome = waitForApproval(auth, code);
         if (outcome == Outcome::Approved) {
             save(file, earlier, auth.getToken());
             Terminal::print(Terminal::painted(Terminal::Colour::Green, "Enrolled.") + " Wrote "
@@ -335,4 +336,35 @@ int Commands::run(const Enroll &options)
                                                       : "the enrolment was refused"))
             return 1;
     }
+}
+
+} // namespace
+
+void addEnroll(Program &program)
+{
+    const auto options = std::make_shared<Options>();
+    CLI::App *const command = program.add(
+            "enroll", "Enrol this computer with a cloud",
+            "  pelcloudctl enroll\n"
+            "  pelcloudctl enroll --home https://monitoring.example --computer gatehouse-pc \\\n"
+            "      --client 1234.apps --secret-file ./secret",
+            [&program, options] { return run(findInstallation(program.directory()), *options); });
+    const auto option = [command](const char *name, std::string &value, const char *type,
+                                  const std::string &description) {
+        const std::string byDefault = value.empty() ? "ask" : value;
+        return command->add_option(name, value, description + " (default: " + byDefault + ")")
+                ->type_name(type);
+    };
+    option("--home", options->home, "URL", "Address of the cloud");
+    option("--computer", options->computer, "ID", "Identifier of this computer in the cloud");
+    option("--client", options->client, "ID", "OAuth client identifier");
+    option("--secret-file", options->secretFile, "FILE",
+           "File whose first line is the OAuth client secret")
+            ->check(CLI::ExistingFile.description(""));
+    option("--authorization-endpoint", options->authorizationEndpoint, "URL",
+           "Where to request a device code");
+    option("--scope", options->scope, "SCOPES", "OAuth scopes to request");
+    command->add_flag("--no-wait", options->isLeftToPlugin,
+                      "Write the device code at once; the plug-in waits for the approval");
+    command->add_flag("--no-qr", options->isWithoutQrCode, "Show no QR code");
 }

@@ -6,9 +6,9 @@
 #include "tools/pelcloudctl/suite.h"
 #include "tools/pelcloudctl/terminal.h"
 
-#include <cstring>
-#include <functional>
+#include <cstddef>
 #include <map>
+#include <memory>
 
 #include <QJsonArray>
 #include <QJsonObject>
@@ -17,7 +17,7 @@ namespace {
 
 using Terminal::Colour;
 
-/** Where a variable stands in the suite's record, its key below "vars", and the unit it is in. */
+/** A variable: its place in the suite's record, its key below "vars", and its physical unit. */
 struct VariableField
 {
     std::size_t offset;
@@ -42,7 +42,7 @@ constexpr VariableField VARIABLES[] = {
 };
 #undef FIELD
 
-/** What the translator makes of the family and the model, which have no bytes of their own. */
+/** What the translator derives from family and model; no bytes in the record. */
 constexpr const char *DERIVED[] = { "caps.hasNominalFOutput", "caps.hasSetDischargeBattery",
                                     "caps.hasChangeAutonomy", "vars.nominalFOutput" };
 
@@ -68,7 +68,7 @@ Paths pathsOf(RecordBuffers &buffers)
     return paths;
 }
 
-/** The value as the body has it; an array in short. */
+/** The value as in the request's body; an array is shortened. */
 std::string wireText(const QJsonValue &value)
 {
     if (value.isArray()) {
@@ -79,7 +79,7 @@ std::string wireText(const QJsonValue &value)
             text.append(wireText(array[i])).append(", ");
         return text + "...";
     }
-    // The text of {"": value}, without what stands around the value.
+    // The text of {"": value} without what surrounds the value.
     const QByteArray text = ToJsonText({ { QString(), value } });
     const qsizetype begin = text.indexOf(':') + 2;
     return text.mid(begin, text.lastIndexOf('}') - 1 - begin).toStdString();
@@ -111,7 +111,7 @@ public:
         }
     {}
 
-    /** The bits of a record of flags. Which one becomes which key, the translator itself tells. */
+    /** The bits of a record of flags; found by translating a record with one bit set at a time. */
     template <class Record>
     void addFlags(const char *name, RecordBuffer<Record> RecordBuffers::*record)
     {
@@ -171,7 +171,7 @@ private:
              std::size_t size, const std::string &path, const std::string &unit)
     {
         const auto found = m_paths.find(path);
-        const bool isSent = found != m_paths.end(); // samples are left out while there are none
+        const bool isSent = found != m_paths.end(); // an empty array of samples is not sent
         const QJsonValue value = isSent ? found->second : QJsonValue();
         std::string decoded = value.isString()   ? Terminal::printable(value.toString())
                               : value.isDouble() ? wireText(value)
@@ -192,21 +192,18 @@ private:
     std::vector<Terminal::Row> m_rows;
 };
 
-} // namespace
-
-int Commands::run(const Explain &options)
+int run(const Installation &installation, unsigned long unit)
 {
-    const Installation installation = findInstallation(options.directory);
     Suite suite(installation);
     const unsigned long count = suite.count();
-    if (options.unit >= count)
-        throw Problem("there is no UPS " + unitName(options.unit),
-                      count == 0 ? "The suite watches none."
-                                 : "The suite watches 000 to " + unitName(count - 1) + ".");
+    if (unit >= count)
+        throw Problem("unknown unit " + std::to_string(unit) + "; there "
+                              + (count == 1 ? "is " : "are ") + std::to_string(count),
+                      "Units are numbered from 0; 'pelcloudctl status' lists them.");
     DeviceStatus device;
-    if (!suite.readState(options.unit, device))
-        throw Problem("the suite does not know the state of UPS " + unitName(options.unit),
-                      "See whether the suite is connected to it.");
+    if (!suite.readState(unit, device))
+        throw Problem("the suite gives no state for unit " + std::to_string(unit),
+                      "Check that the suite is connected to it.");
     Explanation explanation(suite.buffers());
     explanation.addVariables();
     explanation.addFlags("capabilities", &RecordBuffers::capabilities);
@@ -215,4 +212,22 @@ int Commands::run(const Explain &options)
     explanation.addRest();
     Terminal::print(explanation.text());
     return 0;
+}
+
+} // namespace
+
+void addExplain(Program &program)
+{
+    // As text: CLI11 reads 010 as an octal number, but it is the unit that reports call 010.
+    const auto unit = std::make_shared<std::string>("0");
+    CLI::App *const command =
+            program.add("explain", "Show, field by field, how a UPS's record becomes a report",
+                        "  pelcloudctl explain 1\n"
+                        "  pelcloudctl explain | grep Battery",
+                        [&program, unit] {
+                            return run(findInstallation(program.directory()), std::stoul(*unit));
+                        });
+    command->add_option("UNIT", *unit, "Number of the UPS, from 0 (default: 0)")
+            ->check(checkWholeNumber)
+            ->type_name("");
 }

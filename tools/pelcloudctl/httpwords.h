@@ -3,13 +3,19 @@
 
 #include <string>
 
-/** "404 (this address or computer is not known there)". */
+/** The status with its meaning: "404 (unknown address or computer)". */
 [[nodiscard]] std::string statusWords(long status);
 
-/** Whether the status says that a request was taken. */
 [[nodiscard]] inline bool isSuccess(long status)
 {
     return status >= 200 && status < 300;
+}
+
+/** Whether the same request may succeed later. */
+[[nodiscard]] inline bool isTransient(long status)
+{
+    constexpr long TOO_MANY_REQUESTS = 429;
+    return status == TOO_MANY_REQUESTS || status >= 500;
 }
 
 /** The address without the name and password that it may hold. */

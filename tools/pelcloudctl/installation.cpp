@@ -24,7 +24,7 @@
 
 namespace {
 
-constexpr const char *ENROL_HINT = "Run 'pelcloudctl enroll' to make this computer ready.";
+constexpr const char *ENROL_HINT = "Run 'pelcloudctl enroll'.";
 
 bool exists(const std::string &name)
 {
@@ -47,11 +47,11 @@ QByteArray contentOf(const std::string &name)
                       error == ENOENT ? ENROL_HINT : "");
     }
     if (!S_ISREG(status.st_mode))
-        throw Problem("cannot read " + name + ": it is no regular file", "Move it out of the way.");
+        throw Problem("cannot read " + name + ": not a regular file", "Remove or rename it.");
     QFile file(decoded(name));
     if (!file.open(QIODevice::ReadOnly))
         throw Problem("cannot read " + name + ": " + file.errorString().toStdString(),
-                      "Run this as the account that the service manager runs as, or as root.");
+                      "Run this as the service manager's account or as root.");
     return file.readAll();
 }
 
@@ -60,54 +60,54 @@ QJsonObject parsed(const std::string &name, const QByteArray &bytes)
     QJsonParseError error;
     const QJsonDocument document = QJsonDocument::fromJson(bytes, &error);
     if (bytes.isEmpty())
-        throw Problem(name + " is empty", ENROL_HINT);
+        throw Problem("cannot read " + name + ": empty file", ENROL_HINT);
     if (error.error != QJsonParseError::NoError) {
         const auto line = bytes.left(error.offset).count('\n') + 1;
-        throw Problem(name + " is no JSON: line " + std::to_string(line) + ": "
-                              + error.errorString().toStdString(),
-                      "Mend the line.");
+        throw Problem("cannot read " + name + ": invalid JSON in line " + std::to_string(line)
+                              + ": " + error.errorString().toStdString(),
+                      "Correct the file, or remove it and run 'pelcloudctl enroll'.");
     }
     if (!document.isObject())
-        throw Problem(name + " holds no JSON object", ENROL_HINT);
+        throw Problem("cannot read " + name + ": not a JSON object", ENROL_HINT);
     return document.object();
 }
 
-/** A new file beside another one, whose name it takes over in the end; removed if it does not. */
-class Successor
+/** A new file in the directory of another one, which commit() replaces; removed without that. */
+class Replacement
 {
 public:
-    explicit Successor(const std::string &name)
+    explicit Replacement(const std::string &name)
         : m_target(resolved(name))
         , m_name(m_target + ".XXXXXX")
         , m_file(mkostemp(m_name.data(), O_CLOEXEC))
     {
         if (m_file < 0)
-            throw Problem("cannot write beside " + m_target + ": " + errorWords(errno),
+            throw Problem("cannot create a file in " + ExtractFilePath(m_target) + ": "
+                                  + errorWords(errno),
                           "Run this as root, or as the owner of the directory.");
         struct stat status = {};
         if (stat(m_target.c_str(), &status) != 0)
             return;
         m_mode = status.st_mode & 07777U;
-        // Without the right to give files away, what is ours already is good enough.
+        // Only root may change the owner; without that, the new file's owner must be right already.
         const bool isOurs = status.st_uid == geteuid()
                             && (status.st_gid == getegid() || (status.st_mode & 070U) == 0);
         if (fchown(m_file, status.st_uid, status.st_gid) != 0 && !isOurs) {
             const int error = errno;
             remove();
-            throw Problem("cannot give " + m_target + " its owner again: " + errorWords(error),
+            throw Problem("cannot keep the owner of " + m_target + ": " + errorWords(error),
                           "Run this as root, or as the owner of the file.");
         }
     }
-    ~Successor()
+    ~Replacement()
     {
         if (m_file >= 0)
             remove();
     }
-    Successor(const Successor &) = delete;
-    Successor &operator=(const Successor &) = delete;
+    Replacement(const Replacement &) = delete;
+    Replacement &operator=(const Replacement &) = delete;
 
     [[nodiscard]] const std::string &name() const { return m_name; }
-    [[nodiscard]] const std::string &target() const { return m_target; }
 
     void keepMode()
     {
@@ -130,8 +130,8 @@ public:
         if (fsync(m_file) != 0)
             fail();
     }
-    /** Takes the other file's place; its bytes must be on the disk. */
-    void succeed()
+    /** Replaces the other file; the bytes must be on the disk. */
+    void commit()
     {
         if (rename(m_name.c_str(), m_target.c_str()) != 0)
             fail();
@@ -145,13 +145,12 @@ public:
     }
     [[noreturn]] void fail(int error = errno) const
     {
-        throw Problem("cannot write " + m_target + ": " + errorWords(error)
-                              + "; it is as it was before",
-                      "See whether the disk is full and the directory writable.");
+        throw Problem("cannot write " + m_target + ": " + errorWords(error) + "; it is unchanged",
+                      "Check that the disk is not full and the directory is writable.");
     }
 
 private:
-    /** Where the name leads, for a link stays a link. */
+    /** The file that the name leads to: a symbolic link stays one. */
     static std::string resolved(const std::string &name)
     {
         std::error_code error;
@@ -199,16 +198,15 @@ Installation findInstallation(const std::string &option)
         suite.SetFileName("/etc/pelorin.conf", false);
         suite.SetSection("PELORIN");
         const bool isNamed = !suite.ReadStr("PATH", "").empty();
-        found = { GetPelorinPath(), isNamed ? "/etc/pelorin.conf" : "this program's place" };
+        found = { GetPelorinPath(), isNamed ? "/etc/pelorin.conf" : "the program's directory" };
         if (!isNamed && !exists(found.library()) && !exists(found.config()))
-            throw Problem(
-                    "where the suite is installed is not known: /etc/pelorin.conf names no PATH",
-                    "Name the directory with --directory.");
+            throw Problem("unknown installation directory: no PATH in /etc/pelorin.conf",
+                          "Give the suite's directory with --directory.");
     }
     std::error_code error;
     if (!std::filesystem::is_directory(found.directory, error))
-        throw Problem(found.directory + ", as named by " + found.origin + ", is no directory",
-                      "Name the suite's installation directory with --directory.");
+        throw Problem("not a directory: " + found.directory + " (from " + found.origin + ")",
+                      "Give the suite's directory with --directory.");
     return found;
 }
 
@@ -219,34 +217,34 @@ QJsonObject readConfiguration(const std::string &name)
 
 void replaceConfiguration(const std::string &name, const QJsonObject &object)
 {
-    Successor file(name);
+    Replacement file(name);
     errno = 0;
     if (writeConfigFile(decoded(file.name()), object) != ConfigWriting::Done)
         file.fail(errno != 0 ? errno : ENOSPC);
     file.sync();
-    file.succeed();
+    file.commit();
 }
 
 void checkReplaceable(const std::string &name)
 {
-    const Successor probe(name); // which removes itself
+    const Replacement probe(name);
 }
 
-void changeConfiguration(const std::string &name, const char *key, const std::string &value)
+void changeConfiguration(const std::string &name, const char *key, const QString &value)
 {
     constexpr int ATTEMPTS = 10;
     for (int attempt = 0; attempt < ATTEMPTS; ++attempt) {
         const QByteArray before = contentOf(name);
         QJsonObject object = parsed(name, before);
-        object.insert(QLatin1String(key), QString::fromStdString(value));
-        Successor file(name);
+        object.insert(QLatin1String(key), value);
+        Replacement file(name);
         file.keepMode();
-        // Not by the client's writer, which rounds numbers: those of other keys stay as they are.
+        // Not with WriteConfigFile(), which rounds the numbers of other keys.
         file.write(QJsonDocument(object).toJson());
-        if (contentOf(name) == before) { // the plug-in may just have stored its new token
-            file.succeed();
+        if (contentOf(name) == before) { // else the plug-in has just stored a new token
+            file.commit();
             return;
         }
     }
-    throw Problem(name + " keeps changing; it is as it was", "Try again.");
+    throw Problem("cannot write " + name + ": another program keeps changing it", "Try again.");
 }

@@ -4,12 +4,13 @@
 #include <string>
 
 class QJsonObject;
+class QString;
 
-/** Where the suite is installed, and its files that concern the plug-in. */
+/** The suite's installation directory, and its files that concern the plug-in. */
 struct Installation
 {
-    std::string directory; // with a "/" at its end
-    std::string origin; // who says so: "--directory", "/etc/pelorin.conf" or "this program's place"
+    std::string directory; // ends in "/"
+    std::string origin;    // "--directory", "/etc/pelorin.conf" or "the program's directory"
 
     [[nodiscard]] std::string config() const;  // pelcloud.json
     [[nodiscard]] std::string log() const;     // pelcloud.log
@@ -17,27 +18,27 @@ struct Installation
 };
 
 /**
- * The installation that the option names or, when it is empty, the one that the plug-in would find;
- * a Problem when there is none. Everything of the library looks there from then on.
+ * The installation in the directory `option` or, when that is empty, the one that the plug-in would
+ * find; a Problem when there is none. GetPelorinPath() gives that directory from then on.
  */
 [[nodiscard]] Installation findInstallation(const std::string &option);
 
-/** The object in the file; a Problem that says why there is none. */
+/** The object in the file; a Problem when it cannot be read. */
 [[nodiscard]] QJsonObject readConfiguration(const std::string &name);
 
 /**
- * Puts a new pelcloud.json with mode 0600 in the place of the file, if there is one, in a single
- * step; it keeps that one's owner. A Problem, with the old file untouched, when that fails.
+ * Writes pelcloud.json in one step, with mode 0600 and the owner of the file that it replaces. A
+ * Problem, with the old file unchanged, when that fails.
  */
 void replaceConfiguration(const std::string &name, const QJsonObject &object);
 
-/** A Problem when replaceConfiguration() would fail here for want of a right; changes nothing. */
+/** A Problem when replaceConfiguration() would lack a permission; changes nothing. */
 void checkReplaceable(const std::string &name);
 
 /**
- * Sets one text of the file and keeps everything else of it, its mode and its owner, in a single
- * step. A Problem, with the old file untouched, when that fails.
+ * Sets one key of the file in one step; other keys, mode and owner stay. A Problem, with the old
+ * file unchanged, when that fails.
  */
-void changeConfiguration(const std::string &name, const char *key, const std::string &value);
+void changeConfiguration(const std::string &name, const char *key, const QString &value);
 
 #endif

@@ -7,15 +7,23 @@
 #include <cerrno>
 #include <deque>
 #include <fstream>
+#include <memory>
 #include <optional>
 #include <poll.h>
 #include <utility>
 
-#include <QJsonObject>
+#include <QString>
 
 namespace {
 
 using QLogger::LogLevel;
+
+struct Options
+{
+    bool isFollowing = false;
+    std::string level = "trace";      // the minimum
+    std::optional<std::size_t> lines; // only the last of them
+};
 
 std::string shown(std::string_view line)
 {
@@ -24,18 +32,18 @@ std::string shown(std::string_view line)
     return Terminal::painted(isFailure ? Colour::Red : Colour::Plain, Terminal::printable(line));
 }
 
-/** Shows the lines that matter enough; with a limit, only the last so many until flush(). */
+/** Prints lines of a minimum level; with a limit only the last ones, in flush(). */
 class Printer
 {
 public:
-    Printer(LogLevel least, std::optional<std::size_t> limit)
-        : m_least(least)
+    Printer(LogLevel minimum, std::optional<std::size_t> limit)
+        : m_minimum(minimum)
         , m_limit(limit)
     {}
 
     void add(std::string_view line)
     {
-        if (levelOfLine(line) < m_least)
+        if (levelOfLine(line) < m_minimum)
             return;
         if (!m_limit) {
             Terminal::print(shown(line).append("\n"));
@@ -53,7 +61,7 @@ public:
     }
 
 private:
-    LogLevel m_least;
+    LogLevel m_minimum;
     std::optional<std::size_t> m_limit;
     std::deque<std::string> m_last;
 };
@@ -63,25 +71,23 @@ void addFile(const std::string &name, Printer &printer)
     std::ifstream file(name);
     if (!file)
         throw Problem("cannot read " + name + ": " + errorWords(errno),
-                      "Run this as the account that the service manager runs as, or as root.");
+                      "Run this as the service manager's account or as root.");
     for (std::string line; std::getline(file, line);)
         printer.add(line);
 }
 
-} // namespace
-
-int Commands::run(const Log &options)
+int run(const Installation &installation, const Options &options)
 {
-    Printer printer(levelNamed(options.level), options.lines);
-    const Installation installation = findInstallation(options.directory);
+    Printer printer(QLogger::logLevelFromText(QString::fromStdString(options.level)),
+                    options.lines);
     const std::string log = installation.log();
-    std::optional<LogFollower> follower; // it reads the newest file, so that no line is missed
+    std::optional<LogFollower> follower; // reads the newest file too, so that no line is missed
     if (options.isFollowing)
-        follower.emplace(log, LogFollower::From::Beginning);
+        follower.emplace(log);
     const std::vector<std::string> files = logFiles(log);
     if (files.empty() && !follower)
-        throw Problem("there is no " + log,
-                      "The log is silent unless told otherwise: pelcloudctl log-level info");
+        throw Problem("file not found: " + log,
+                      "Nothing is logged by default; enable it with 'pelcloudctl log-level info'.");
     for (const std::string &name : files) {
         if (name != log || !follower)
             addFile(name, printer);
@@ -98,17 +104,21 @@ int Commands::run(const Log &options)
     return 0;
 }
 
-int Commands::run(const LogLevel &options)
+} // namespace
+
+void addLog(Program &program)
 {
-    const Installation installation = findInstallation(options.directory);
-    if (options.level.empty()) {
-        const QString text =
-                readConfiguration(installation.config())[QLatin1String("log")].toString();
-        Terminal::print(text.isEmpty() ? "fatal\n" : Terminal::printable(text.toLower()) + "\n");
-        return 0;
-    }
-    static_cast<void>(levelNamed(options.level));
-    changeConfiguration(installation.config(), "log", options.level);
-    Terminal::print("The log's level is " + options.level + ", from the plug-in's next run on.\n");
-    return 0;
+    const auto options = std::make_shared<Options>();
+    CLI::App *const command = program.add(
+            "log", "Print the plug-in's log, oldest lines first",
+            "  pelcloudctl log --follow\n"
+            "  pelcloudctl log --level error --lines 20",
+            [&program, options] { return run(findInstallation(program.directory()), *options); });
+    command->add_flag("-f,--follow", options->isFollowing, "Wait for new lines until interrupted");
+    command->add_option("--level", options->level, "Minimum level: " + levelNames())
+            ->check(checkLevel)
+            ->type_name("LEVEL");
+    command->add_option("-n,--lines", options->lines, "Print only the last N lines")
+            ->check(checkWholeNumber)
+            ->type_name("N");
 }

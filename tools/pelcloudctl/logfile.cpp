@@ -15,6 +15,8 @@
 #include <QDateTime>
 #include <QString>
 
+using namespace Qt::StringLiterals;
+
 std::vector<std::string> logFiles(const std::string &log)
 {
     const std::filesystem::path path(log);
@@ -25,11 +27,10 @@ std::vector<std::string> logFiles(const std::string &log)
         const std::string name = entry.path().filename().string();
         if (!name.starts_with(prefix) || !name.ends_with(".log"))
             continue;
-        // The year has two digits, which would be taken for one of the last century.
+        // Qt reads a year of two digits as 19xx.
         const QString time =
                 QString::fromStdString(name.substr(prefix.size(), name.size() - prefix.size() - 4));
-        const QDateTime at =
-                QDateTime::fromString(time, QStringLiteral("dd_MM_yy__hh_mm_ss")).addYears(100);
+        const QDateTime at = QDateTime::fromString(time, u"dd_MM_yy__hh_mm_ss"_s).addYears(100);
         if (at.isValid())
             rotated.emplace_back(at, entry.path().string());
     }
@@ -50,19 +51,31 @@ QLogger::LogLevel levelOfLine(std::string_view line)
     const auto has = [message](std::string_view text) {
         return message.find(text) != std::string_view::npos;
     };
-    const bool isNaming = has("} Computer: ") || has("} Device: "); // names may hold anything
+    const bool isNaming = has("} Computer: ") || has("} Device: "); // names may hold any text
     const bool isFailure = !isNaming && (has("Error ") || has(" error"));
     return isFailure ? QLogger::LogLevel::Error : QLogger::LogLevel::Info;
 }
 
-QLogger::LogLevel levelNamed(const std::string &name)
+std::string levelNames()
 {
-    if (const auto level = QLogger::logLevelNamed(QString::fromStdString(name)))
-        return *level;
-    throw Problem("unknown level " + name, "Run 'pelcloudctl log-level --help' for the levels.");
+    const std::vector<std::string> words = QLogger::logLevelWords();
+    std::string text = words.front();
+    for (std::size_t i = 1; i < words.size(); ++i)
+        text.append(i + 1 < words.size() ? ", " : " or ").append(words[i]);
+    return text;
 }
 
-LogFollower::LogFollower(std::string name, From from)
+bool isLevelName(const QString &name)
+{
+    return QLogger::logLevelNamed(name).has_value();
+}
+
+std::string checkLevel(const std::string &name)
+{
+    return isLevelName(QString::fromStdString(name)) ? "" : "not a log level: " + name;
+}
+
+LogFollower::LogFollower(std::string name)
     : m_name(std::move(name))
     , m_events(inotify_init1(IN_CLOEXEC | IN_NONBLOCK))
     , m_file(open(m_name.c_str(), O_RDONLY | O_CLOEXEC))
@@ -73,8 +86,6 @@ LogFollower::LogFollower(std::string name, From from)
                              IN_MODIFY | IN_CREATE | IN_MOVED_TO | IN_CLOSE_WRITE)
                    < 0)
         throw Problem("cannot watch " + directory + ": " + errorWords(errno));
-    if (m_file >= 0 && from == From::End)
-        lseek(m_file, 0, SEEK_END);
 }
 
 LogFollower::~LogFollower()
@@ -87,9 +98,9 @@ LogFollower::~LogFollower()
 void LogFollower::read(const std::function<void(std::string_view)> &line)
 {
     char events[4096];
-    while (::read(m_events, events, sizeof events) > 0) // what they say, the files say too
+    while (::read(m_events, events, sizeof events) > 0) // only wake-ups: the files have the news
         continue;
-    readOn(line);
+    readLines(line);
     const int current = open(m_name.c_str(), O_RDONLY | O_CLOEXEC);
     if (current < 0)
         return;
@@ -102,15 +113,15 @@ void LogFollower::read(const std::function<void(std::string_view)> &line)
         close(current);
         return;
     }
-    readOn(line); // the last before it was moved aside
+    readLines(line); // the last ones before the rotation
     if (m_file >= 0)
         close(m_file);
     m_file = current;
     m_rest.clear();
-    readOn(line);
+    readLines(line);
 }
 
-void LogFollower::readOn(const std::function<void(std::string_view)> &line)
+void LogFollower::readLines(const std::function<void(std::string_view)> &line)
 {
     char bytes[65536];
     for (ssize_t count = 0; m_file >= 0 && (count = ::read(m_file, bytes, sizeof bytes)) > 0;) {

@@ -8,41 +8,47 @@
 #include <string_view>
 #include <vector>
 
-/** The log's files: those that were moved aside when they were full, the oldest first, then its own. */
+class QString;
+
+/** The log's files, oldest first: the rotated ones, then the current one. */
 [[nodiscard]] std::vector<std::string> logFiles(const std::string &log);
 
 /**
- * The level that a line's message was written at, which the line does not show: it shows that of the
- * log. The plug-in tells of failures at Error and of everything else at Info.
+ * The level of a line's message. The line itself shows the level of the log instead.
+ * The plug-in logs failures at Error and everything else at Info.
  */
 [[nodiscard]] QLogger::LogLevel levelOfLine(std::string_view line);
 
-/** The level of this name, in any case; a Problem when there is none. */
-[[nodiscard]] QLogger::LogLevel levelNamed(const std::string &name);
+/** "fatal, error, warning, info, debug or trace". */
+[[nodiscard]] std::string levelNames();
 
-/** Reads what is added to a file, also after it was moved aside and begun anew. */
+/** Whether it is the name of a level, in upper or lower case. */
+[[nodiscard]] bool isLevelName(const QString &name);
+
+/** What is wrong with the name of a level; empty when nothing is. */
+[[nodiscard]] std::string checkLevel(const std::string &name);
+
+/** Reads a log file and then what is added to it, also after a rotation. */
 class LogFollower
 {
 public:
-    enum class From { Beginning, End }; // of the file as it is now
-
-    LogFollower(std::string name, From from);
+    explicit LogFollower(std::string name);
     ~LogFollower();
     LogFollower(const LogFollower &) = delete;
     LogFollower &operator=(const LogFollower &) = delete;
 
     /** Readable when something may have been added. */
     [[nodiscard]] int descriptor() const { return m_events; }
-    /** The whole lines that were added since, without their ends. */
+    /** Calls `line` for each complete line since the last call, without its end. */
     void read(const std::function<void(std::string_view)> &line);
 
 private:
-    void readOn(const std::function<void(std::string_view)> &line);
+    void readLines(const std::function<void(std::string_view)> &line);
 
     std::string m_name;
     int m_events;
     int m_file;
-    std::string m_rest; // of a line whose end has not come
+    std::string m_rest; // a line whose end is not yet there
 };
 
 #endif

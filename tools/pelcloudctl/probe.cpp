@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr long PATIENCE = 15; // seconds
+constexpr long TIMEOUT = 15; // seconds
 
 using Handle = std::unique_ptr<CURL, void (*)(CURL *)>;
 using Headers = std::unique_ptr<curl_slist, void (*)(curl_slist *)>;
@@ -38,13 +38,13 @@ std::string expiryOf(CURL *handle)
     curl_certinfo *certificates = nullptr;
     if (curl_easy_getinfo(handle, CURLINFO_CERTINFO, &certificates) != CURLE_OK
         || certificates == nullptr || certificates->num_of_certs == 0)
-        return "an unknown day";
+        return "an unknown date";
     for (const curl_slist *line = certificates->certinfo[0]; line != nullptr; line = line->next) {
         const std::string_view text = line->data;
         if (text.starts_with(NAME))
             return std::string(text.substr(NAME.size()));
     }
-    return "an unknown day";
+    return "an unknown date";
 }
 
 CURLcode ask(const std::string &url, const std::string &accessToken, bool isVerifying,
@@ -57,7 +57,7 @@ CURLcode ask(const std::string &url, const std::string &accessToken, bool isVeri
     char words[CURL_ERROR_SIZE] = {};
     curl_easy_setopt(handle.get(), CURLOPT_URL, url.c_str());
     curl_easy_setopt(handle.get(), CURLOPT_HTTPHEADER, headers.get());
-    curl_easy_setopt(handle.get(), CURLOPT_TIMEOUT, PATIENCE);
+    curl_easy_setopt(handle.get(), CURLOPT_TIMEOUT, TIMEOUT);
     curl_easy_setopt(handle.get(), CURLOPT_NOSIGNAL, 1L);
     curl_easy_setopt(handle.get(), CURLOPT_ERRORBUFFER, words);
     curl_easy_setopt(handle.get(), CURLOPT_CERTINFO, 1L);
@@ -85,10 +85,10 @@ Answer probe(const std::string &url, const std::string &accessToken)
     answer.isTls = url.starts_with("https:");
     const CURLcode result = ask(url, accessToken, true, answer);
     answer.isTrusted = answer.isTls && result == CURLE_OK;
-    // The latter: no authority's certificates are installed.
+    // CURLE_SSL_CACERT_BADFILE: the system has no certificates of authorities.
     if (result == CURLE_PEER_FAILED_VERIFICATION || result == CURLE_SSL_CACERT_BADFILE) {
         answer.certificateFailure = answer.failure;
-        // The plug-in hands its token to such a server, unless it was built not to: no harm is added.
+        // The token goes to this server only in a build whose plug-in sends it there too.
         static_cast<void>(ask(url, HttpClient::verifiesTls() ? "" : accessToken, false, answer));
     }
     return answer;

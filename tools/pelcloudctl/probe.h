@@ -5,22 +5,21 @@
 #include <optional>
 #include <string>
 
-/** What a server shows of itself, beyond what the plug-in's client looks at. */
+/** A server's answer, with more details than HttpClient gives. */
 struct Answer
 {
-    long status = 0;     // 0: no answer, because of `failure`
-    std::string failure; // for a person
+    long status = 0;     // 0: no answer
+    std::string failure; // why there is no answer
     bool isTls = false;
-    bool isTrusted = false;         // an authority that this system knows vouches for the server
-    std::string certificateFailure; // why not, for a person
-    std::string expiry;             // of a trusted certificate, as it says
+    bool isTrusted = false;         // the certificate was verified
+    std::string certificateFailure; // why not
+    std::string expiry;             // of a trusted certificate, as text
     std::optional<std::time_t> date;
 };
 
 /**
- * Sends a GET, with the access token unless that is empty. A server whose certificate is not to be
- * trusted is asked again without looking at that, as the plug-in asks it; without the token in a
- * build that verifies.
+ * Sends a GET, with the access token if there is one. When the certificate is not trusted, asks
+ * again without verifying it, and in a build that verifies also without the token.
  */
 [[nodiscard]] Answer probe(const std::string &url, const std::string &accessToken);
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <utility>
 
-/** What ends a command with exit status 1: one line that says what is wrong, one what to do next. */
+/** Ends a command with exit status 1. A line says what is wrong, a second one what to do. */
 class Problem : public std::runtime_error
 {
 public:
@@ -13,14 +13,14 @@ public:
         : std::runtime_error(what)
         , m_remedy(std::move(remedy))
     {}
-    /** Empty when there is nothing to advise. */
+    /** What to do; may be empty. */
     [[nodiscard]] const std::string &remedy() const { return m_remedy; }
 
 private:
     std::string m_remedy;
 };
 
-/** The words of an errno, "Permission denied". */
+/** The text of an errno, such as "Permission denied". */
 [[nodiscard]] std::string errorWords(int error);
 
 #endif

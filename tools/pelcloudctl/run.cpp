@@ -1,46 +1,44 @@
-#include "logging/qlogger.h"
-#include "plugin/dlpelcloud.h"
 #include "plugin/pelcloud.h"
 #include "tools/pelcloudctl/commands.h"
 #include "tools/pelcloudctl/httpwords.h"
 #include "tools/pelcloudctl/installation.h"
-#include "tools/pelcloudctl/logfile.h"
 #include "tools/pelcloudctl/problem.h"
 #include "tools/pelcloudctl/suite.h"
 #include "tools/pelcloudctl/terminal.h"
 
-#include <cerrno>
 #include <csignal>
-#include <cstdlib>
 #include <limits>
 #include <memory>
-#include <poll.h>
-#include <sys/signalfd.h>
-#include <unistd.h>
 
 #include <QJsonObject>
 
 namespace {
 
+using namespace Qt::StringLiterals;
 using Terminal::Colour;
 
-/** The client for a single run, which the caller makes. */
-class OneRun : public PelCloudClient
+/** The plug-in's client, which prints each report and the answer. */
+class PrintingClient : public PelCloudClient
 {
 public:
-    OneRun() { setInterval(std::numeric_limits<int>::max()); } // the timer's own run never comes
-    using PelCloudClient::auth;
+    void OnTimer() override
+    {
+        accepted = failed = 0;
+        PelCloudClient::OnTimer();
+        if (accepted + failed == 0)
+            print(Colour::Red, "nothing to send: the suite watches no UPS or gives no data; run "
+                               "'pelcloudctl status'");
+    }
 
-    void run() { OnTimer(); }
-
-    int sent = 0;
+    // Reports of the last run.
+    int accepted = 0;
     int failed = 0;
 
 protected:
     void onReport(const Report &report) override
     {
         const bool isGood = isSuccess(report.status);
-        ++(isGood ? sent : failed);
+        ++(isGood ? accepted : failed);
         std::string line = report.method;
         if (report.url.isEmpty()) {
             line += " not sent: " + reasonWords(report.result);
@@ -51,108 +49,89 @@ protected:
             line += report.status != 0 ? statusWords(report.status)
                                        : std::string("no answer: ") + report.error;
         }
-        Terminal::print(Terminal::painted(isGood ? Colour::Plain : Colour::Red, line) + "\n");
+        print(isGood ? Colour::Plain : Colour::Red, line);
     }
 
 private:
+    static void print(Colour colour, const std::string &line)
+    {
+        try {
+            Terminal::print(Terminal::painted(colour, line) + "\n");
+        } catch (const Problem &) {
+            return; // a full disk must not end the run
+        }
+    }
+
     /** Why there is no access token. */
     std::string reasonWords(int result)
     {
-        constexpr int NO_CONFIG = 2;
-        if (result == NO_CONFIG)
-            return "pelcloud.json cannot be read or written";
+        if (result == ConfigFailed)
+            return "cannot read or write pelcloud.json";
         const GoogleToken &token = auth().getToken();
         if (token.getRefreshToken().isEmpty() && token.getDeviceCode().isEmpty())
-            return "there is nothing to sign in with, see 'pelcloudctl enroll'";
+            return "not enrolled; run 'pelcloudctl enroll'";
         if (auth().lastStatus() == 0)
             return std::string("no answer to the sign-in: ") + auth().lastFailure();
-        if (auth().lastError() == QLatin1String("authorization_pending"))
-            return "the device code has not been approved yet";
-        return "the sign-in was refused: " + Terminal::printable(auth().lastError()) + ", status "
+        if (auth().lastError() == "authorization_pending"_L1)
+            return "the device code is not approved yet";
+        return "sign-in refused: " + Terminal::printable(auth().lastError()) + ", status "
                + std::to_string(auth().lastStatus());
     }
 };
 
+void start(PelCloudClient &client, const Installation &installation)
+{
+    static_cast<void>(readConfiguration(installation.config())); // throws if it is unusable
+    if (client.start() == 0)
+        return;
+    static_cast<void>(Suite(installation)); // throws the reason
+    throw Problem("the suite's library does not start", "Run 'pelcloudctl check'.");
+}
+
 int runOnce(const Installation &installation)
 {
-    static_cast<void>(readConfiguration(installation.config())); // says what is wrong with it
-    OneRun client;
-    if (const int result = client.start(); result != 0)
-        throw Problem(result == 4 ? "the suite's library does not load"
-                                  : "the suite's library does not start",
-                      "See what 'pelcloudctl check' finds.");
-    client.run();
+    PrintingClient client;
+    client.setInterval(std::numeric_limits<int>::max()); // no run on the timer
+    start(client, installation);
+    client.OnTimer();
     client.stop();
-    if (client.sent + client.failed == 0)
-        throw Problem("nothing was sent: the suite watches no UPS, or knows nothing of it",
-                      "See what 'pelcloudctl status' shows.");
-    const std::string summary = std::to_string(client.sent) + " of "
-                                + std::to_string(client.sent + client.failed)
-                                + " reports were taken\n";
-    Terminal::print(summary);
-    return client.failed == 0 ? 0 : 1;
+    Terminal::print(std::to_string(client.accepted) + " of "
+                    + std::to_string(client.accepted + client.failed) + " reports accepted\n");
+    return client.accepted > 0 && client.failed == 0 ? 0 : 1;
 }
 
-LogFollower *g_follower = nullptr; // exit() ends the plug-in, and with it this command
-
-void showLines()
+int runUntilSignal(const Installation &installation)
 {
-    try {
-        g_follower->read([](std::string_view line) {
-            const bool isFailure = levelOfLine(line) == QLogger::LogLevel::Error;
-            Terminal::print(Terminal::painted(isFailure ? Colour::Red : Colour::Plain,
-                                              Terminal::printable(line))
-                            + "\n");
-        });
-    } catch (const Problem &) {
-        return; // nobody reads any more; the plug-in goes on
-    }
-}
+    // Blocked before there are threads, which inherit the mask.
+    sigset_t stopSignals;
+    sigemptyset(&stopSignals);
+    sigaddset(&stopSignals, SIGINT);
+    sigaddset(&stopSignals, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
 
-bool isSilent(const Installation &installation)
-{
-    try {
-        const QJsonValue level = readConfiguration(installation.config())[QLatin1String("log")];
-        return QLogger::logLevelFromText(level.toString()) == QLogger::LogLevel::Fatal;
-    } catch (const Problem &) {
-        return false; // the log tells
-    }
-}
-
-int runOn(const Installation &installation)
-{
-    static_cast<void>(Suite(installation)); // says what is wrong with it, which the log may not
-    // Blocked before the plug-in has threads, which inherit that.
-    sigset_t endings;
-    sigemptyset(&endings);
-    sigaddset(&endings, SIGINT);
-    sigaddset(&endings, SIGTERM);
-    pthread_sigmask(SIG_BLOCK, &endings, nullptr);
-    const int ending = signalfd(-1, &endings, SFD_CLOEXEC);
-
-    // The log manager makes a directory "logs" in the working directory, wherever that is.
-    if (chdir(installation.directory.c_str()) != 0)
-        throw Problem("cannot enter " + installation.directory + ": " + errorWords(errno));
-    LogFollower follower(installation.log(), LogFollower::From::End);
-    g_follower = &follower;
-    Terminal::print("Reporting every ten seconds from " + installation.directory
-                    + "; Ctrl-C ends.\n");
-    if (isSilent(installation))
-        Terminal::print("The log is silent; 'pelcloudctl log-level info' lets it tell.\n");
-    void *service = nullptr;
-    SrvStart(&service);
-    std::atexit(showLines); // what the plug-in says while it stops
-    pollfd sources[] = { { ending, POLLIN, 0 }, { follower.descriptor(), POLLIN, 0 } };
-    while (poll(sources, 2, -1) >= 0 && sources[0].revents == 0)
-        showLines();
-    SrvStop(&service); // exits
+    PrintingClient client;
+    start(client, installation);
+    Terminal::print("Reporting every ten seconds; press Ctrl-C to stop.\n");
+    int signal = 0;
+    sigwait(&stopSignals, &signal);
+    pthread_sigmask(SIG_UNBLOCK, &stopSignals, nullptr); // a second one ends the program at once
+    Terminal::print(Terminal::isTerminal(stdout) ? "\n" : ""); // after the terminal's "^C"
+    client.stop();
     return 0;
 }
 
 } // namespace
 
-int Commands::run(const Run &options)
+void addRun(Program &program)
 {
-    const Installation installation = findInstallation(options.directory);
-    return options.isOnce ? runOnce(installation) : runOn(installation);
+    const auto isOnce = std::make_shared<bool>(false);
+    CLI::App *const command =
+            program.add("run", "Send reports until interrupted, and print how the server answers",
+                        "  pelcloudctl run --once\n"
+                        "  pelcloudctl run",
+                        [&program, isOnce] {
+                            const Installation installation = findInstallation(program.directory());
+                            return *isOnce ? runOnce(installation) : runUntilSignal(installation);
+                        });
+    command->add_flag("--once", *isOnce, "Send one report of the computer and each UPS, then exit");
 }

@@ -13,6 +13,8 @@
 #include <cmath>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
+#include <memory>
 #include <optional>
 #include <thread>
 #include <unistd.h>
@@ -23,31 +25,39 @@
 
 namespace {
 
+using namespace Qt::StringLiterals;
 using Terminal::Cell;
 using Terminal::Colour;
 
-/** What the suite says at one moment, as the cloud would get it. */
+struct Options
+{
+    bool isWatching = false;
+    double seconds = 2; // between refreshes
+    bool isJson = false;
+};
+
+/** The state of all UPSs at one moment, as the plug-in would send it. */
 struct Snapshot
 {
     QJsonObject computer;
-    std::vector<QJsonObject> units; // empty objects for those that the library does not know
+    std::vector<QJsonObject> units; // an empty object where the library gives no state
 };
 
-/** The identifier in pelcloud.json; a computer has a state also before it has one. */
+/** The identifier in pelcloud.json; empty while the computer is not enrolled. */
 QString computerId(const Installation &installation)
 {
     try {
-        return readConfiguration(installation.config())[QLatin1String("cpid")].toString();
+        return readConfiguration(installation.config())["cpid"_L1].toString();
     } catch (const Problem &) {
         return {};
     }
 }
 
-Snapshot take(Suite &suite, const Installation &installation)
+Snapshot takeSnapshot(Suite &suite, const Installation &installation)
 {
     Snapshot snapshot;
     Computer computer;
-    DeviceStatus device; // one for all units, as in a run, so that the samples are the same
+    DeviceStatus device; // one for all units: samples accumulate as in the plug-in's reports
     const unsigned long count = suite.count();
     snapshot.units.reserve(count);
     for (unsigned long index = 0; index < count; ++index) {
@@ -56,8 +66,8 @@ Snapshot take(Suite &suite, const Installation &installation)
         snapshot.units.push_back(isKnown ? device.toJson() : QJsonObject());
     }
     snapshot.computer = computer.toJson();
-    snapshot.computer.insert(QLatin1String("id"), computerId(installation));
-    snapshot.computer.remove(QLatin1String("name"));
+    snapshot.computer.insert("id"_L1, computerId(installation));
+    snapshot.computer.remove("name"_L1);
     return snapshot;
 }
 
@@ -91,13 +101,12 @@ std::string number(double value, int decimals, const char *unit)
     return text;
 }
 
-/** The measurement with its unit; "-" where the UPS does not offer it or it is no number. */
+/** The measurement with its unit; "-" where the UPS does not measure it or it is not a number. */
 Cell measured(const QJsonObject &unit, const char *capability, const char *variable, int decimals,
               const char *symbol)
 {
-    const QJsonValue value = unit[QLatin1String("vars")].toObject()[QLatin1String(variable)];
-    const bool isOffered =
-            unit[QLatin1String("caps")].toObject()[QLatin1String(capability)].toInt() != 0;
+    const QJsonValue value = unit["vars"_L1].toObject()[QLatin1String(variable)];
+    const bool isOffered = unit["caps"_L1].toObject()[QLatin1String(capability)].toInt() != 0;
     if (!isOffered || !std::isfinite(value.toDouble(NAN)))
         return { "-", Colour::Dim, true };
     return { number(value.toDouble(), decimals, symbol), Colour::Plain, true };
@@ -123,15 +132,15 @@ std::string timers(const QJsonObject &unit)
         { "hasPowerOffTimer", "powerOffTimer", "power off " },
         { "hasPowerOnTimer", "powerOnTimer", "power on " },
     };
-    const QJsonObject caps = unit[QLatin1String("caps")].toObject();
-    const QJsonObject vars = unit[QLatin1String("vars")].toObject();
-    const QJsonObject counter = unit[QLatin1String("regressiveCounter")].toObject();
+    const QJsonObject caps = unit["caps"_L1].toObject();
+    const QJsonObject vars = unit["vars"_L1].toObject();
+    const QJsonObject counter = unit["regressiveCounter"_L1].toObject();
     std::string text;
     const auto add = [&text](const char *words, const QJsonValue &value) {
         text.append(text.empty() ? "" : ", ").append(words).append(std::to_string(value.toInt()));
     };
-    if (counter[QLatin1String("active")].toInt() != 0)
-        add("counting down ", counter[QLatin1String("value")]);
+    if (counter["active"_L1].toInt() != 0)
+        add("counting down ", counter["value"_L1]);
     for (const auto &row : ROWS) {
         if (caps[QLatin1String(row.capability)].toInt() != 0
             && vars[QLatin1String(row.variable)].toInt() > 0)
@@ -151,12 +160,10 @@ std::string notes(const UnitState &state)
 Terminal::Row row(unsigned long index, const QJsonObject &unit)
 {
     if (unit.isEmpty())
-        return { { unitName(index) },
-                 { "-" },
-                 { "The suite does not know its state", Colour::Red } };
+        return { { unitName(index) }, { "-" }, { "State unknown", Colour::Red } };
     const UnitState state = unitStateOf(unit);
     return { { unitName(index), Colour::Bold },
-             { Terminal::printable(unit[QLatin1String("vars")][QLatin1String("name")].toString()) },
+             { Terminal::printable(unit["vars"_L1]["name"_L1].toString()) },
              { std::string(state.words), colourOf(state.level) },
              measured(unit, "hasVInput", "vInput", 1, "V"),
              measured(unit, "hasVOutput", "vOutput", 1, "V"),
@@ -190,7 +197,7 @@ std::string tableText(const Snapshot &snapshot)
                                        { "BATTERY", Colour::Plain, true },
                                        { "TEMP", Colour::Plain, true },
                                        { "TIMERS" },
-                                       { "ALSO" } } };
+                                       { "NOTES" } } };
     rows.reserve(snapshot.units.size() + 1);
     for (std::size_t index = 0; index < snapshot.units.size(); ++index)
         rows.push_back(row(index, snapshot.units[index]));
@@ -200,7 +207,7 @@ std::string tableText(const Snapshot &snapshot)
 constexpr char ENTER_SCREEN[] = "\033[?1049h\033[?25l"; // another screen, without a cursor
 constexpr char LEAVE_SCREEN[] = "\033[?25h\033[?1049l";
 
-/** Draws each look over the one before, on a screen of its own, until it ends or a signal ends us. */
+/** The terminal's alternate screen in this scope, on which each text replaces the one before. */
 class Screen
 {
 public:
@@ -210,7 +217,7 @@ public:
         action.sa_handler = onSignal;
         for (const int number : { SIGINT, SIGTERM, SIGHUP, SIGQUIT })
             sigaction(number, &action, nullptr);
-        signal(SIGTSTP, SIG_IGN); // a stopped program would leave the screen as it is
+        signal(SIGTSTP, SIG_IGN); // a stopped program would leave the shell on this screen
         Terminal::print(ENTER_SCREEN);
     }
     ~Screen() { leave(); }
@@ -220,21 +227,21 @@ public:
     static void draw(std::string text)
     {
         for (std::size_t at = 0; (at = text.find('\n', at)) != std::string::npos; at += 4)
-            text.replace(at, 1, "\033[K\n"); // the rest of the line is from before
+            text.replace(at, 1, "\033[K\n"); // clear the rest of the old line
         s_isDrawing = true;
         if (s_signal == 0)
-            Terminal::print("\033[H" + text + "\n\033[KCtrl-C ends.\033[J");
+            Terminal::print("\033[H" + text + "\n\033[KPress Ctrl-C to quit.\033[J");
         s_isDrawing = false;
         if (const int number = s_signal; number != 0)
             leaveAndEnd(number);
     }
 
 private:
-    /** In any thread, for the suite's library may have some: nothing may be drawn after the end. */
+    /** May run in a thread of the suite's library. Nothing may be drawn after leave(). */
     static void onSignal(int number)
     {
         s_signal = number;
-        if (!s_isDrawing) // the library may keep the thread that draws for long
+        if (!s_isDrawing) // otherwise draw() does it, which may be in another thread
             leaveAndEnd(number);
     }
     static void leave()
@@ -245,22 +252,22 @@ private:
     {
         leave();
         if (number == SIGINT)
-            _exit(0); // as announced
+            _exit(EXIT_SUCCESS); // the normal end of this command
         signal(number, SIG_DFL);
         raise(number);
     }
 
-    static inline std::atomic<int> s_signal = 0; // that came
+    static inline std::atomic<int> s_signal = 0; // received
     static inline std::atomic<bool> s_isDrawing = false;
 };
 
-int watch(Suite &suite, const Installation &installation, const Commands::Status &options)
+int watch(Suite &suite, const Installation &installation, const Options &options)
 {
     std::optional<Screen> screen;
     if (Terminal::isTerminal(stdout) && !options.isJson)
         screen.emplace();
     for (;;) {
-        const Snapshot snapshot = take(suite, installation);
+        const Snapshot snapshot = takeSnapshot(suite, installation);
         if (screen)
             Screen::draw(tableText(snapshot));
         else
@@ -269,15 +276,37 @@ int watch(Suite &suite, const Installation &installation, const Commands::Status
     }
 }
 
-} // namespace
-
-int Commands::run(const Status &options)
+int run(const Installation &installation, const Options &options)
 {
-    const Installation installation = findInstallation(options.directory);
     Suite suite(installation);
     if (options.isWatching)
         return watch(suite, installation, options);
-    const Snapshot snapshot = take(suite, installation);
+    const Snapshot snapshot = takeSnapshot(suite, installation);
     Terminal::print(options.isJson ? jsonText(snapshot) : tableText(snapshot));
     return 0;
+}
+
+std::string checkInterval(const std::string &text)
+{
+    char *end = nullptr;
+    const double seconds = std::strtod(text.c_str(), &end);
+    const bool isGood = *end == '\0' && seconds >= 0.1 && seconds <= 3600;
+    return isGood ? "" : "not a number from 0.1 to 3600: " + text;
+}
+
+} // namespace
+
+void addStatus(Program &program)
+{
+    const auto options = std::make_shared<Options>();
+    CLI::App *const command = program.add(
+            "status", "Show the current state of every UPS",
+            "  pelcloudctl status --watch\n"
+            "  pelcloudctl status --json | jq '.devices[].vars.cBattery'",
+            [&program, options] { return run(findInstallation(program.directory()), *options); });
+    command->add_flag("-w,--watch", options->isWatching, "Refresh until interrupted");
+    command->add_option("--interval", options->seconds, "Seconds between refreshes (default: 2)")
+            ->check(checkInterval)
+            ->type_name("SECONDS");
+    command->add_flag("--json", options->isJson, "Print the JSON that the plug-in would send");
 }

@@ -16,8 +16,8 @@ auto guarded(Call call)
     try {
         return call();
     } catch (const std::runtime_error &) {
-        throw Problem("the suite's library fails in a call",
-                      "Is the suite's own service in order?");
+        throw Problem("the suite's library failed in a call",
+                      "Check that the suite's service works.");
     }
 }
 
@@ -57,22 +57,21 @@ Suite::Suite(const Installation &installation)
     const std::string name = installation.library();
     std::error_code error;
     if (!std::filesystem::exists(name, error))
-        throw Problem("there is no " + name,
-                      "Name the suite's installation directory with --directory.");
+        throw Problem("file not found: " + name, "Give the suite's directory with --directory.");
     if (!m_library.load(name))
         throw Problem("cannot load the suite's library: " + m_library.lastError(),
-                      "See what it lacks: ldd " + name);
+                      "Find missing libraries with 'ldd " + name + "'.");
     if (const auto missing = missingEntries(m_library.entries()); !missing.empty())
-        throw Problem(name + (missing.size() == 1 ? " lacks the entry " : " lacks the entries ")
-                              + joined(missing),
-                      "Is it the suite's own library, of a version that this plug-in knows?");
+        throw Problem("missing in " + name + ": " + joined(missing),
+                      "Check that it is the suite's library, of a supported version.");
     if (!guarded([this] { return m_library.start(); }))
-        throw Problem("the suite's library does not start", "Is the suite's own service running?");
+        throw Problem("the suite's library does not start",
+                      "Check that the suite's service is running.");
 }
 
 Suite::~Suite()
 {
-    static_cast<void>(m_library.stop()); // the command is over whether or not CliStop throws
+    static_cast<void>(m_library.stop()); // a destructor cannot report a throwing CliStop
 }
 
 unsigned long Suite::count()

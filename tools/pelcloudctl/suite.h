@@ -26,8 +26,8 @@ public:
     /** Asks for the version record; false, with nothing changed, when the library has none. */
     [[nodiscard]] bool readVersion(unsigned long index, Computer &computer);
     /**
-     * Asks for a UPS's state; false, with nothing changed, when the library does not know it. Samples
-     * come behind those that are already there, as in the plug-in's reports.
+     * Asks for a UPS's state; false, with nothing changed, when the library gives none. Samples are
+     * appended to those of earlier calls, as in the plug-in's reports.
      */
     [[nodiscard]] bool readState(unsigned long index, DeviceStatus &device);
     /** What the library filled last. */
@@ -41,7 +41,7 @@ private:
     RecordBuffers m_buffers;
 };
 
-/** "000": a UPS as the cloud knows it. */
+/** The UPS's number in reports, such as "000". */
 [[nodiscard]] std::string unitName(unsigned long index);
 
 #endif

@@ -25,6 +25,14 @@ namespace Terminal {
 
 namespace {
 
+bool usesColours()
+{
+    const char *const refusal = std::getenv("NO_COLOR"); // NOLINT(concurrency-mt-unsafe)
+    const char *const kind = std::getenv("TERM");        // NOLINT(concurrency-mt-unsafe)
+    return isTerminal(stdout) && (refusal == nullptr || *refusal == '\0')
+           && (kind == nullptr || std::string_view(kind) != "dumb");
+}
+
 const char *codeOf(Colour colour)
 {
     switch (colour) {
@@ -44,14 +52,14 @@ const char *codeOf(Colour colour)
     return "";
 }
 
-/** How many columns a text takes; the suite's texts hold nothing wider than a column. */
+/** Columns of a UTF-8 text; the suite's texts have no wide characters. */
 std::size_t widthOf(const std::string &text)
 {
     return static_cast<std::size_t>(
             std::count_if(text.begin(), text.end(), [](char c) { return (c & 0xC0) != 0x80; }));
 }
 
-/** Turns the echo of standard input off while it lives; a signal that ends us turns it on again. */
+/** Turns the echo of standard input off in this scope; restores it also when a signal ends us. */
 class EchoOff
 {
 public:
@@ -67,7 +75,7 @@ public:
         }
         termios silent = s_before;
         silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
-        silent.c_cc[VSUSP] = _POSIX_VDISABLE; // nobody finds a shell without an echo
+        silent.c_cc[VSUSP] = _POSIX_VDISABLE; // the shell would have no echo after Ctrl-Z
         tcsetattr(STDIN_FILENO, TCSAFLUSH, &silent);
     }
     ~EchoOff()
@@ -92,7 +100,7 @@ private:
         raise(number);
     }
 
-    static inline termios s_before; // the handler must find it
+    static inline termios s_before; // static for the handler
     bool m_isTerminal = false;
     struct sigaction m_actions[std::size(SIGNALS)] = {};
 };
@@ -101,7 +109,7 @@ std::string readLine()
 {
     std::string line;
     if (!std::getline(std::cin, line))
-        throw Problem("the input ended before the question was answered");
+        throw Problem("no answer: end of input");
     const auto isBlank = [](char c) { return c == ' ' || c == '\t' || c == '\r'; };
     while (!line.empty() && isBlank(line.back()))
         line.pop_back();
@@ -116,17 +124,9 @@ bool isTerminal(std::FILE *stream)
     return isatty(fileno(stream)) == 1;
 }
 
-bool isColourful(std::FILE *stream)
-{
-    const char *const refusal = std::getenv("NO_COLOR"); // NOLINT(concurrency-mt-unsafe)
-    const char *const kind = std::getenv("TERM");        // NOLINT(concurrency-mt-unsafe)
-    return isTerminal(stream) && (refusal == nullptr || *refusal == '\0')
-           && (kind == nullptr || std::string_view(kind) != "dumb");
-}
-
 std::string painted(Colour colour, std::string_view text)
 {
-    if (colour == Colour::Plain || !isColourful(stdout))
+    if (colour == Colour::Plain || !usesColours())
         return std::string(text);
     return std::string(codeOf(colour)).append(text).append("\033[0m");
 }
@@ -163,19 +163,19 @@ std::string table(const std::vector<Row> &rows)
     std::string text;
     for (const Row &row : rows) {
         std::string line;
-        std::size_t owed = 0; // blanks, which are only paid when something follows
+        std::size_t blanks = 0; // not yet written: none at the end of a line
         for (std::size_t i = 0; i < row.size(); ++i) {
             const std::size_t room = widths[i] - widthOf(row[i].text);
-            owed += i == 0 ? 0 : 2;
+            blanks += i == 0 ? 0 : 2;
             if (row[i].isNumber)
-                owed += room;
+                blanks += room;
             if (!row[i].text.empty()) {
                 const Colour colour = &row == &rows.front() ? Colour::Dim : row[i].colour;
-                line.append(owed, ' ').append(painted(colour, row[i].text));
-                owed = 0;
+                line.append(blanks, ' ').append(painted(colour, row[i].text));
+                blanks = 0;
             }
             if (!row[i].isNumber)
-                owed += room;
+                blanks += room;
         }
         text += line + '\n';
     }
@@ -191,10 +191,10 @@ std::string ask(const std::string &question, const std::string &byDefault)
 
 std::string askSecret(const std::string &question)
 {
-    const EchoOff silence; // before the question, for who answers may be quick
+    const EchoOff echoOff; // before the question: the answer may come at once
     print(question + ": ");
     std::string answer = readLine();
-    if (silence.isTerminal())
+    if (echoOff.isTerminal())
         print("\n");
     return answer;
 }
@@ -210,9 +210,8 @@ std::string qrCode(const std::string &text)
         return x >= 0 && y >= 0 && x < code->width && y < code->width
                && (code->data[y * code->width + x] & 1U) != 0;
     };
-    // Two modules a character, drawn as light blocks on a dark ground, which is what scanners expect
-    // of a light code when the colours are set; without colours the terminal's own decide.
-    const bool isColoured = isColourful(stdout);
+    // Two modules per character. Without colours, the terminal's own may invert the code.
+    const bool isColoured = usesColours();
     std::string drawing;
     for (int y = -MARGIN; y < code->width + MARGIN; y += 2) {
         drawing += isColoured ? "\033[30;107m" : "";

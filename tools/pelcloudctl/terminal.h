@@ -8,7 +8,7 @@
 
 class QString;
 
-/** What a person sees, and what a person types. */
+/** Input from and output to a person. */
 namespace Terminal {
 
 enum class Colour { Plain, Bold, Dim, Green, Yellow, Red };
@@ -16,41 +16,34 @@ enum class Colour { Plain, Bold, Dim, Green, Yellow, Red };
 /** Whether `stream` is a terminal. */
 [[nodiscard]] bool isTerminal(std::FILE *stream);
 
-/** Whether colours are welcome there: a terminal, and no NO_COLOR in the environment. */
-[[nodiscard]] bool isColourful(std::FILE *stream);
-
-/** The text, coloured where standard output is to have colours. */
+/** The text in a colour; as it is without a terminal, with NO_COLOR or where TERM is "dumb". */
 [[nodiscard]] std::string painted(Colour colour, std::string_view text);
 
-/** UTF-8, every control character a "?", so that no record can send the terminal a command. */
+/** UTF-8 with each control character replaced by "?": records must not control the terminal. */
 [[nodiscard]] std::string printable(const QString &text);
 [[nodiscard]] std::string printable(std::string_view utf8);
 
-/** Prints the text and what is buffered; a Problem when that fails, on a full disk for example. */
+/** Writes the text to standard output and flushes it; a Problem when that fails. */
 void print(std::string_view text);
 
-/** A cell of a table: its text, and how to show it. */
 struct Cell
 {
     std::string text;
     Colour colour = Colour::Plain;
-    bool isNumber = false; // stands on the right
+    bool isNumber = false; // aligned to the right
 };
 using Row = std::vector<Cell>;
 
-/** The rows in columns as wide as they need to be, two blanks apart; the first row is the head. */
+/** The rows in columns, two blanks apart; the first row is the heading. */
 [[nodiscard]] std::string table(const std::vector<Row> &rows);
 
-/**
- * What the person answers to the question, without blanks around it; the default when that is
- * nothing. A Problem when standard input ends first.
- */
+/** The answer, trimmed; the default when it is empty. A Problem when standard input ends first. */
 [[nodiscard]] std::string ask(const std::string &question, const std::string &byDefault = {});
 
-/** The same without an echo. The terminal is as before afterwards, also after Ctrl-C. */
+/** The same without echo, which is restored afterwards, also when a signal ends the program. */
 [[nodiscard]] std::string askSecret(const std::string &question);
 
-/** A QR code of half blocks, dark on light whatever the terminal's colours; empty when too long. */
+/** A QR code in half blocks, dark on light where colours are used; empty when too long. */
 [[nodiscard]] std::string qrCode(const std::string &text);
 
 } // namespace Terminal

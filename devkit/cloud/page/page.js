@@ -1,14 +1,15 @@
-// The live page: asks for the state each second and redraws what has changed. Everything that was
-// reported is put in as text, never as markup.
+// The live page: polls the state each second and redraws what changed. Reported values are inserted as
+// text, never as markup.
 "use strict";
 
 const POLL_MS = 1000;
 const REQUEST_MS = 5000;
-const URGENCY = ["good", "notice", "warning", "critical"];
+const SEVERITIES = ["good", "notice", "warning", "critical"];
 const LOW_BATTERY = 20;
 const HIGH_LOAD = 80;
 const GAP_PERIODS = 3;
 const DASH = "–";
+const WAVEFORMS = ["sampVInput", "sampVOutput", "sampIOutput"];
 
 const byId = (id) => document.getElementById(id);
 const ink = (name) => getComputedStyle(document.documentElement).getPropertyValue("--" + name).trim();
@@ -31,7 +32,7 @@ async function getJson(url) {
   return response.json();
 }
 
-/** Fills the elements of a template's copy that carry data-field. */
+/** A copy of a template; sets the text of its elements with data-field. */
 class View {
   constructor(template) {
     this.root = byId(template).content.firstElementChild.cloneNode(true);
@@ -52,7 +53,7 @@ class Plot {
     this.figure.dataset.empty = "true";
   }
 
-  /** Draws series of points; null draws nothing. */
+  /** Draws series of points; null shows that there is no data. */
   draw(series) {
     const isEmpty = !series || typeof Chart === "undefined" || series.every((points) => points.length === 0);
     this.figure.dataset.empty = String(isEmpty);
@@ -120,7 +121,7 @@ function historyConfig() {
     });
 }
 
-/** A column of the history as points, with a gap where reports are missing. */
+/** A column of the history as points; missing reports leave a gap. */
 function timeSeries(rows, column) {
   const series = [];
   for (const [i, row] of rows.entries()) {
@@ -131,7 +132,21 @@ function timeSeries(rows, column) {
   return series;
 }
 
-const points = (values) => (Array.isArray(values) ? values : []).map((y, x) => ({ x, y }));
+const list = (value) => (Array.isArray(value) ? value : []);
+
+/**
+ * The waveforms of a report as points. A report repeats the samples of the units before it in its run, so they can be
+ * told apart only if the previous unit's report of that run is known; null otherwise.
+ */
+function ownWaveforms(report, previous) {
+  const isSameRun = previous && previous.number < report.number && report.last - previous.last < secondsBetween / 2;
+  if (Number(report.device) > 0 && !isSameRun) return null;
+  const samples = ({ body: { vars = {} } }, key) => list(vars[key]);
+  return WAVEFORMS.map((key) => {
+    const repeated = previous ? samples(previous, key).length : 0;
+    return samples(report, key).slice(repeated).map((y, x) => ({ x, y }));
+  });
+}
 
 class UnitCard extends View {
   constructor(computer, device) {
@@ -145,7 +160,7 @@ class UnitCard extends View {
     this.isDrawn = true;
   }
 
-  update(unit) {
+  update(unit, previousCard) {
     Object.assign(this.root.dataset, {
       state: unit.state,
       level: unit.level,
@@ -158,7 +173,8 @@ class UnitCard extends View {
     this.set("reports", plural(unit.reports, "report"));
     this.set("missed", `· ${unit.missed} missed`);
     if (!unit.body) return;
-    this.body = unit.body;
+    this.report = unit;
+    this.waves = ownWaveforms(unit, previousCard?.report);
     this.describe(unit);
     this.measure(unit);
     this.isDrawn = false;
@@ -172,7 +188,7 @@ class UnitCard extends View {
     this.set("version", caps.hasVersion && vars.version ? ` · version ${vars.version}` : "");
     this.set("state", unit.words);
     const notes = unit.notes.map((words) => Object.assign(document.createElement("li"), { textContent: words }));
-    if (notes.length === 0) notes.push(Object.assign(document.createElement("li"), { textContent: "Nothing to note", className: "none" }));
+    if (notes.length === 0) notes.push(Object.assign(document.createElement("li"), { textContent: "No notes", className: "none" }));
     this.fields.get("notes").replaceChildren(...notes);
   }
 
@@ -207,17 +223,16 @@ class UnitCard extends View {
     track.firstElementChild.style.width = `${isKnown ? Math.min(100, Math.max(0, value)) : 0}%`;
   }
 
-  /** Charts cost most of the time, so only those in sight are drawn. */
+  /** Draws the charts if the card is in sight: they cost the most time. */
   async draw() {
-    if (this.isDrawn || !this.isVisible || !this.body) return;
+    if (this.isDrawn || !this.isVisible || !this.report) return;
     this.isDrawn = true;
-    const { vars = {} } = this.body;
-    this.waveforms.draw([points(vars.sampVInput), points(vars.sampVOutput), points(vars.sampIOutput)]);
+    this.waveforms.draw(this.waves);
     try {
       const { rows } = await getJson(`/api/history?${this.query}`);
       this.history.draw(rows.length > 1 ? [timeSeries(rows, 1), timeSeries(rows, 2)] : null);
     } catch {
-      this.isDrawn = false; // with the next report, or when it comes into sight
+      this.isDrawn = false; // retried with the next report, or when the card comes into sight
     }
   }
 
@@ -258,7 +273,7 @@ const sight = new IntersectionObserver((entries) => {
   }
 }, { rootMargin: "200px" });
 
-/** The entry of a map, made and put into the page where there is none. */
+/** The entry of a map; a new one is made and appended to the page. */
 function ensure(map, key, make, parent) {
   let view = map.get(key);
   if (!view) {
@@ -276,7 +291,8 @@ function showComputer(computer) {
     const id = `unit-${computer.id}-${unit.device}`;
     const isNew = !cards.has(id);
     const card = ensure(cards, id, () => new UnitCard(computer.id, unit.device), section.list);
-    card.update(unit);
+    const previous = String(Number(unit.device) - 1).padStart(3, "0");
+    card.update(unit, cards.get(`unit-${computer.id}-${previous}`));
     if (isNew) sight.observe(card.root);
   }
   [...section.list.children].sort((a, b) => a.dataset.unit.localeCompare(b.dataset.unit)).forEach((root, i) => {
@@ -285,17 +301,17 @@ function showComputer(computer) {
 }
 
 function showHeadline(units) {
-  const worst = units.reduce((level, unit) => Math.max(level, URGENCY.indexOf(unit.level)), 0);
-  const troubled = units.filter((unit) => URGENCY.indexOf(unit.level) >= 2);
+  const worst = units.reduce((level, unit) => Math.max(level, SEVERITIES.indexOf(unit.level)), 0);
+  const troubled = units.filter((unit) => SEVERITIES.indexOf(unit.level) >= 2);
   const silent = units.filter((unit) => unit.overdue > 0);
   const words = units.length === 0 ? "Waiting for the first report"
-    : troubled.length === 0 ? "All is well"
-      : `${plural(troubled.length, "UPS")} ${troubled.length === 1 ? "needs" : "need"} a look`;
+    : troubled.length === 0 ? "All UPSs are OK"
+      : `${plural(troubled.length, "UPS")} ${troubled.length === 1 ? "needs" : "need"} attention`;
   const counts = new Map();
   for (const unit of units) counts.set(unit.words, (counts.get(unit.words) ?? 0) + 1);
   const detail = [...counts].map(([state, count]) => `${count} ${state[0].toLowerCase()}${state.slice(1)}`);
   if (silent.length > 0) detail.push(`${silent.length} not reporting`);
-  byId("headline").dataset.level = units.length === 0 ? "notice" : silent.length > 0 && worst < 2 ? "warning" : URGENCY[worst];
+  byId("headline").dataset.level = units.length === 0 ? "notice" : silent.length > 0 && worst < 2 ? "warning" : SEVERITIES[worst];
   byId("headline-words").textContent = silent.length === units.length && units.length > 0 ? "Reports have stopped" : words;
   byId("headline-detail").textContent = detail.join(" · ");
   document.title = troubled.length > 0 ? `(${troubled.length}) PelCloud` : "PelCloud";
@@ -306,7 +322,7 @@ function showLink(link, words) {
   byId("link-words").textContent = words;
 }
 
-function startAfresh() {
+function reset() {
   byId("computers").replaceChildren();
   sections.clear();
   cards.clear();
@@ -317,7 +333,7 @@ async function poll() {
   try {
     const state = await getJson(`/api/state?since=${lastNumber}`);
     if (state.number < lastNumber) {
-      startAfresh(); // the cloud was started anew and counts from 1
+      reset(); // the cloud was restarted and counts from 1 again
     } else {
       lastNumber = state.number;
       secondsBetween = state.secondsBetween;
@@ -326,7 +342,7 @@ async function poll() {
       showHeadline(units);
       byId("empty").hidden = state.computers.length > 0;
       byId("waiting").hidden = state.waiting === 0;
-      byId("waiting-words").textContent = `${plural(state.waiting, "device")} waiting to be let in.`;
+      byId("waiting-words").textContent = `${plural(state.waiting, "device")} waiting for approval.`;
       document.body.dataset.reports = state.number;
       showLink("live", "Live");
     }
