@@ -24,7 +24,7 @@ inline std::string replaced(std::string text, const std::string &word, const std
 class Installation
 {
 public:
-    /** `suite` plays the suite's library. */
+    /** `suite` takes the place of the suite's library. */
     explicit Installation(const std::string &suite = UPSCLI_FILE)
     {
         // QFile closes its files on exec: no other child may keep the host's program open.
@@ -46,7 +46,7 @@ public:
     }
 
     void writeScenario(const std::string &text) const { written(file("scenario.ini"), text); }
-    /** In one step, for a run may be reading it. */
+    /** In one step, since a run may be reading it. */
     void writeConfig(const std::string &text) const
     {
         written(file("new"), text);
@@ -62,7 +62,7 @@ public:
                 .object();
     }
 
-    /** Starts the host, in a directory below; its requests for tokens go through the proxy. */
+    /** Starts the host in a directory below; its token requests go through the proxy. */
     std::unique_ptr<Process> startHost(const std::string &proxy,
                                        std::vector<std::string> variables = {},
                                        const std::string &directory = "",
@@ -81,7 +81,7 @@ public:
         const std::string text = contentOf(file("pelcloud.log"));
         return replaced(std::regex_replace(text, time, "[TIME]"), m_directory.path, "HOME/");
     }
-    /** How often `text` stands in the log. */
+    /** How often `text` occurs in the log. */
     [[nodiscard]] int countInLog(const std::string &text) const
     {
         const std::string all = log();
@@ -95,16 +95,16 @@ public:
         return await([&] { return countInLog(text) >= count; });
     }
 
-    /** Waits until something is so, looking again whenever a file changes; false when in vain. */
-    [[nodiscard]] bool await(const std::function<bool()> &isSo,
-                             std::chrono::seconds patience = std::chrono::seconds(120)) const
+    /** Waits for a condition, which is checked whenever a file changes; false after the timeout. */
+    [[nodiscard]] bool await(const std::function<bool()> &condition,
+                             std::chrono::seconds timeout = std::chrono::seconds(120)) const
     {
         using Clock = std::chrono::steady_clock;
-        const Clock::time_point deadline = Clock::now() + patience;
-        while (!isSo()) {
+        const Clock::time_point deadline = Clock::now() + timeout;
+        while (!condition()) {
             auto left =
                     std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
-            if (m_events < 0) // too many tests at once for the kernel to watch for all of them
+            if (m_events < 0) // the kernel limits how many may watch at once
                 left = std::min(left, std::chrono::milliseconds(500));
             pollfd events{ m_events, POLLIN, 0 };
             char names[4096];
