@@ -96,6 +96,24 @@ void apply(GoogleToken &token, const QJsonObject &answer)
         token.setExpiresIn(saturated(answer[EXPIRES_IN].toDouble()));
 }
 
+/**
+ * The Result that `answer` stands for. Ok stores its members in `token`; an error stores its word
+ * in `error`.
+ */
+int applyAnswer(GoogleToken &token, const QByteArray &answer, QString &error)
+{
+    const QJsonObject members = QJsonDocument::fromJson(answer).object();
+    const auto found = members.find("error"_L1);
+    if (found != members.end()) {
+        error = found->toString();
+        return errorResult(error);
+    }
+    GoogleToken changed = token; // out of memory changes nothing
+    apply(changed, members);
+    token = changed;
+    return GoogleAuth::Ok;
+}
+
 } // namespace
 
 /** The persisted texts; the only other persisted field is the interval. */
@@ -176,23 +194,7 @@ try {
                                        { grantName, grant },
                                        { "grant_type", QLatin1String(grantType) } });
     const std::unique_ptr<QByteArray> body(m_client.post(request, form));
-    return body ? Internal::ApplyTokenAnswer(m_token, *body, &m_lastError) : NoResponse;
+    return body ? applyAnswer(m_token, *body, m_lastError) : NoResponse;
 } catch (const std::exception &) {
     return NoResponse; // out of memory; the token is unchanged
-}
-
-int Internal::ApplyTokenAnswer(GoogleToken &token, const QByteArray &answer, QString *error)
-{
-    const QJsonObject members = QJsonDocument::fromJson(answer).object();
-    const auto found = members.find("error"_L1);
-    if (found != members.end()) {
-        const QString word = found->toString();
-        if (error != nullptr)
-            *error = word;
-        return errorResult(word);
-    }
-    GoogleToken changed = token; // out of memory changes nothing
-    apply(changed, members);
-    token = changed;
-    return GoogleAuth::Ok;
 }

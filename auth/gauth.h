@@ -135,15 +135,4 @@ private:
     QString m_lastError;
 };
 
-namespace Internal {
-
-/**
- * The Result that `answer` stands for. Ok stores its members in `token`; an error stores its word
- * in `error`, unless that is null.
- */
-[[nodiscard]] int ApplyTokenAnswer(GoogleToken &token, const QByteArray &answer,
-                                   QString *error = nullptr);
-
-} // namespace Internal
-
 #endif

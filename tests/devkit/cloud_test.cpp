@@ -1,8 +1,6 @@
-// What the local cloud accepts, refuses and keeps, and which requests its faults hit.
+// What the local cloud refuses, and which requests its faults hit.
 
 #include "devkit/cloud/faults.h"
-#include "devkit/cloud/oauth.h"
-#include "devkit/cloud/reports.h"
 #include "model/unitstate.h"
 #include "tests/support/localcloud.h"
 
@@ -13,7 +11,6 @@
 namespace {
 
 using namespace localcloud;
-using namespace std::chrono_literals;
 using namespace Qt::StringLiterals;
 
 QJsonObject object(std::string_view text)
@@ -44,45 +41,6 @@ constexpr const char *SEED = R"({
     "refresh_tokens": [{"refresh_token": "r1", "client_id": "c1"}],
     "access_tokens": [{"access_token": "a1"}]})";
 
-TEST(OAuth, RefusesWrongCredentials)
-{
-    const OAuthServer::Form code{ { "client_id", "c1" },
-                                  { "client_secret", "s1" },
-                                  { "code", "d1" },
-                                  { "refresh_token", "r1" },
-                                  { "grant_type", "http://oauth.net/grant_type/device/1.0" } };
-    const struct
-    {
-        OAuthServer::Form changes;
-        const char *error; // empty: granted
-    } rows[] = {
-        { { { "client_secret", "s2" } }, "invalid_client" },
-        { { { "client_id", "c2" }, { "client_secret", "s2" } }, "invalid_grant" },
-        { { { "code", "d2" } }, "invalid_grant" },
-        { { { "grant_type", "refresh_token" }, { "refresh_token", "" } }, "invalid_grant" },
-        { { { "grant_type", "refresh_token" }, { "client_id", "c2" }, { "client_secret", "s2" } },
-          "invalid_grant" },
-        { { { "grant_type", "refresh_token" } }, "" },
-        { {}, "" },
-        { {}, "invalid_grant" }, // the code was used
-    };
-    OAuthServer::TimePoint now{};
-    OAuthServer server({}, [&now] { return now; });
-    ASSERT_EQ(server.seed(object(SEED)), "");
-    for (const auto &row : rows) {
-        OAuthServer::Form form = row.changes;
-        form.insert(code.begin(), code.end());
-        const OAuthReply reply = server.token(form);
-        EXPECT_EQ(reply.body["error"_L1].toString().toStdString(), row.error);
-        EXPECT_EQ(server.isValid(reply.body["access_token"_L1].toString().toStdString()),
-                  reply.status == 200);
-    }
-    now += 3599s;
-    EXPECT_TRUE(server.isValid("a1"));
-    now += 1s;
-    EXPECT_FALSE(server.isValid("a1"));
-}
-
 TEST(UnitState, IsNamedAfterMostSevereFlag)
 {
     const struct
@@ -108,25 +66,6 @@ TEST(UnitState, IsNamedAfterMostSevereFlag)
             text += "; " + std::string(note);
         EXPECT_EQ(text, row.state) << row.report;
     }
-}
-
-TEST(Reports, KeepsWithinLimits)
-{
-    ReportLimits limits;
-    limits.computers = 2;
-    limits.unitsPerComputer = 2;
-    limits.reportsPerSource = 3;
-    limits.historyPerUnit = 4;
-    Reports reports(limits);
-    for (int i = 1; i <= 6; ++i)
-        ASSERT_TRUE(reports.add("a", "000", std::to_string(i), {}, i));
-    EXPECT_TRUE(reports.add("a", "001", "x", {}, 7) && reports.add("b", "", "y", {}, 8));
-    EXPECT_FALSE(reports.add("a", "002", "", {}, 9) || reports.add("c", "", "", {}, 9));
-    EXPECT_EQ(reports.reportsAfter(0).size(), 3 + 2);
-    EXPECT_EQ(reports.reportsAfter(5).at(0)["number"_L1].toInt(), 6);
-    EXPECT_EQ(reports.history("a", "000").size(), 4);
-    EXPECT_EQ(reports.latestBody("a", "000"), "6");
-    EXPECT_EQ(reports.latestBody("b", "000"), std::nullopt);
 }
 
 TEST(LocalCloud, RefusesWrongReports)

@@ -5,21 +5,11 @@
 
 #include <gtest/gtest.h>
 
-#include <sched.h>
 #include <sstream>
-#include <sys/mount.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace {
 
 using namespace std::string_literals;
-
-TEST(FileNames, Parts)
-{
-    EXPECT_EQ(ExtractFilePath("/a/b.c") + ExtractFilePath("c") + ExtractFilePath(nullptr), "/a/");
-    EXPECT_EQ(IncludePathDelimiter("a/") + IncludePathDelimiter(""), "a/");
-}
 
 TEST(FileNames, RunningProgram)
 {
@@ -54,26 +44,6 @@ TEST(InstallationPath, Chain)
     for (const auto &[text, path] : rows)
         EXPECT_EQ(Internal::PelorinPathFrom(written(dir.path + "conf", text).c_str()), path);
     EXPECT_EQ(Internal::PelorinPathFrom((dir.path + "missing").c_str()), fallback);
-}
-
-TEST(InstallationPath, IsReadFromEtc)
-{
-    if (geteuid() != 0)
-        GTEST_SKIP() << "only root may lay another /etc over the real one";
-    const TempDir dir;
-    written(dir.path + "pelorin.conf", "[PELORIN]\nPATH=/opt/p");
-    const pid_t child = fork();
-    if (child == 0) {
-        if (unshare(CLONE_NEWNS) != 0 || mount("", "/", "", MS_REC | MS_PRIVATE, nullptr) != 0
-            || mount(dir.path.c_str(), "/etc", "", MS_BIND, nullptr) != 0)
-            _exit(EPERM);
-        _exit(GetPelorinPath() == "/opt/p/" ? 0 : 255);
-    }
-    int status = 0;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    if (WIFEXITED(status) && WEXITSTATUS(status) == EPERM)
-        GTEST_SKIP() << "no private mount namespace is to be had here";
-    EXPECT_EQ(status, 0);
 }
 
 TEST(FileMacros, Expand)
