@@ -75,11 +75,11 @@ TEST(HttpClient, Answers)
                 continue;
             const QString then = row["then"].toString();
             LoopbackServer::send(socket, row["answer"].toString().toLatin1().toStdString());
-            const std::size_t most = then == "drip" ? 1 : 1U << 20U;
-            for (auto left = row["fill"].toInteger(); left > 0; left -= most) {
+            const int most = then == "drip" ? 1 : 1 << 20;
+            for (int left = row["fill"].toInt(); left > 0; left -= most) {
                 std::this_thread::sleep_for(std::chrono::milliseconds(then == "drip" ? 100 : 0));
                 if (!LoopbackServer::send(socket,
-                                          std::string(std::min<std::size_t>(left, most), 'x')))
+                                          std::string(std::size_t(std::min(left, most)), 'x')))
                     return false;
             }
             const std::string repeated = row["repeat"].toString().repeated(500).toStdString();
@@ -103,7 +103,7 @@ TEST(HttpClient, Answers)
         const std::string body = row["echo"].toBool()
                                          ? (method == "GET" ? "" : data)
                                          : row["body"].toString("null").toLatin1().toStdString();
-        const std::string fill(row["body"].isNull() ? 0 : row["fill"].toInteger(), 'x');
+        const std::string fill(row["body"].isNull() ? 0 : std::size_t(row["fill"].toInt()), 'x');
         for (int i = 0; i < (row["echo"].toBool() ? 7 : 1); ++i)
             EXPECT_TRUE(send(client, method, QUrl(address), data) == body + fill)
                     << method << ' ' << qPrintable(address) << client.lastError();
