@@ -132,36 +132,10 @@ HttpClient::Library::~Library()
 
 HttpClient::HttpClient()
     : m_transfers(m_library.isUsable() ? curl_multi_init() : nullptr)
-    , m_handle(m_transfers ? curl_easy_init() : nullptr)
 {
-    if (!m_handle)
-        return;
     // A new connection replaces the one before, which may be dead.
-    const CURLMcode limited = curl_multi_setopt(m_transfers.get(), CURLMOPT_MAXCONNECTS, 1L);
-    const CURLcode result = Options(m_handle.get())
-                                    .set(CURLOPT_SSL_VERIFYPEER, VERIFY_TLS ? 1L : 0L)
-                                    .set(CURLOPT_SSL_VERIFYHOST, VERIFY_TLS ? 2L : 0L)
-                                    .set(CURLOPT_WRITEFUNCTION, &writer)
-                                    .set(CURLOPT_WRITEDATA, &m_response)
-                                    .set(CURLOPT_HEADERFUNCTION, &headCounter)
-                                    .set(CURLOPT_HEADERDATA, &m_response)
-                                    .set(CURLOPT_READFUNCTION, &reader)
-                                    .set(CURLOPT_READDATA, &m_upload)
-                                    .set(CURLOPT_USERAGENT, USER_AGENT)
-                                    .set(CURLOPT_NOSIGNAL, 1L)
-                                    .set(CURLOPT_QUICK_EXIT, 1L) // no wait for a name server
-                                    .set(CURLOPT_PROXY_SSL_VERIFYPEER, VERIFY_TLS ? 1L : 0L)
-                                    .set(CURLOPT_PROXY_SSL_VERIFYHOST, VERIFY_TLS ? 2L : 0L)
-                                    // One request at a time gains nothing by HTTP/2, whose
-                                    // connections stay in use after a request has timed out.
-                                    .set(CURLOPT_HTTP_VERSION, long(CURL_HTTP_VERSION_1_1))
-                                    .set(CURLOPT_TCP_KEEPALIVE, 1L)
-                                    .set(CURLOPT_SEEKFUNCTION, &rewinder)
-                                    .set(CURLOPT_SEEKDATA, &m_upload)
-                                    .set(CURLOPT_ERRORBUFFER, m_errorText)
-                                    .result();
-    if (result != CURLE_OK || limited != CURLM_OK)
-        m_handle.reset();
+    if (m_transfers && curl_multi_setopt(m_transfers.get(), CURLMOPT_MAXCONNECTS, 1L) != CURLM_OK)
+        m_transfers.reset();
 }
 
 HttpClient::~HttpClient()
@@ -202,9 +176,9 @@ QByteArray *HttpClient::exchange(const Method &method, const HttpRequest &reques
     m_response.bytes.reset(static_cast<char *>(std::calloc(1, 1)));
     m_lastStatus = 0;
     m_errorText[0] = '\0';
-    CURLcode result = m_handle ? CURLE_OUT_OF_MEMORY : CURLE_FAILED_INIT;
+    CURLcode result = m_transfers ? CURLE_OUT_OF_MEMORY : CURLE_FAILED_INIT;
     QByteArray *body = nullptr;
-    if (m_response.bytes && m_handle) {
+    if (m_response.bytes && m_transfers) {
         try {
             result = transfer(method, request, data);
             if (result == CURLE_OK)
@@ -216,6 +190,42 @@ QByteArray *HttpClient::exchange(const Method &method, const HttpRequest &reques
     m_response = {};
     m_lastResult = result;
     return body;
+}
+
+/** Makes a handle, unless there is one, and sets the options that all requests share. */
+CURLcode HttpClient::prepare()
+{
+    if (m_handle)
+        return CURLE_OK;
+    m_handle.reset(curl_easy_init());
+    if (!m_handle)
+        return CURLE_OUT_OF_MEMORY;
+    const CURLcode result =
+            Options(m_handle.get())
+                    .set(CURLOPT_SSL_VERIFYPEER, VERIFY_TLS ? 1L : 0L)
+                    .set(CURLOPT_SSL_VERIFYHOST, VERIFY_TLS ? 2L : 0L)
+                    .set(CURLOPT_WRITEFUNCTION, &writer)
+                    .set(CURLOPT_WRITEDATA, &m_response)
+                    .set(CURLOPT_HEADERFUNCTION, &headCounter)
+                    .set(CURLOPT_HEADERDATA, &m_response)
+                    .set(CURLOPT_READFUNCTION, &reader)
+                    .set(CURLOPT_READDATA, &m_upload)
+                    .set(CURLOPT_SEEKFUNCTION, &rewinder)
+                    .set(CURLOPT_SEEKDATA, &m_upload)
+                    .set(CURLOPT_ERRORBUFFER, m_errorText)
+                    .set(CURLOPT_USERAGENT, USER_AGENT)
+                    .set(CURLOPT_NOSIGNAL, 1L)
+                    .set(CURLOPT_QUICK_EXIT, 1L) // no wait for a name server
+                    .set(CURLOPT_PROXY_SSL_VERIFYPEER, VERIFY_TLS ? 1L : 0L)
+                    .set(CURLOPT_PROXY_SSL_VERIFYHOST, VERIFY_TLS ? 2L : 0L)
+                    .set(CURLOPT_TCP_KEEPALIVE, 1L)
+                    // One request at a time gains nothing by HTTP/2, whose
+                    // connections stay in use after a request has timed out.
+                    .set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1))
+                    .result();
+    if (result != CURLE_OK)
+        m_handle.reset();
+    return result;
 }
 
 CURLcode HttpClient::transfer(const Method &method, const HttpRequest &request,
@@ -231,6 +241,8 @@ CURLcode HttpClient::transfer(const Method &method, const HttpRequest &request,
     HeaderList headers(list);
     if (!append(headers, "Expect:")) // stops libcurl from asking for a go-ahead
         return CURLE_OUT_OF_MEMORY;
+    if (const CURLcode failure = prepare(); failure != CURLE_OK)
+        return failure;
 
     Options options(m_handle.get());
     options.set(CURLOPT_UPLOAD, method.upload)
@@ -251,21 +263,20 @@ CURLcode HttpClient::transfer(const Method &method, const HttpRequest &request,
             .set(CURLOPT_LOW_SPEED_TIME,
                  static_cast<long>(std::max<std::int64_t>(1, m_timeout / 1000)));
 
-    CURLcode result = options.result();
-    if (result == CURLE_OK) {
-        const SigPipeShield shield;
-        result = perform();
-    }
-    if (result == CURLE_OK && m_handle)
+    const SigPipeShield shield;
+    const CURLcode result = options.result() == CURLE_OK ? perform() : options.result();
+    long connects = 0;
+    curl_easy_getinfo(m_handle.get(), CURLINFO_NUM_CONNECTS, &connects);
+    if (result == CURLE_OK)
         curl_easy_getinfo(m_handle.get(), CURLINFO_RESPONSE_CODE, &m_lastStatus);
 
     // Headers and data end with this call; a handle that still refers to them is not used again.
+    // Neither is one that has failed or may have sent a request twice: libcurl 7.88 counts the latter
+    // over a handle's whole life and fails the sixth time.
     m_upload = {};
-    if (!m_handle)
-        return result;
     Options reset(m_handle.get());
     reset.set(CURLOPT_HTTPHEADER, nullptr).set(CURLOPT_POSTFIELDS, nullptr);
-    if (reset.result() != CURLE_OK)
+    if (result != CURLE_OK || connects > 0 || reset.result() != CURLE_OK)
         m_handle.reset();
     return result;
 }
@@ -289,7 +300,7 @@ CURLcode HttpClient::perform()
     const CURLMsg *const done = curl_multi_info_read(m_transfers.get(), &left);
     const CURLcode result = done != nullptr ? done->data.result : CURLE_ABORTED_BY_CALLBACK;
     if (curl_multi_remove_handle(m_transfers.get(), m_handle.get()) != CURLM_OK)
-        m_handle.reset();
+        return CURLE_FAILED_INIT;
     return result;
 }
 

@@ -13,8 +13,8 @@ class HttpRequest;
 class QByteArray;
 
 /**
- * A synchronous HTTP/1.1 client. It owns one libcurl handle and one connection, which it keeps open
- * from request to request; after a failed request the next one opens a new connection.
+ * A synchronous HTTP/1.1 client. It owns one connection, which it keeps open from request to
+ * request; after a failed request the next one opens a new connection.
  *
  * get(), post() and put() wait for the answer and return its body, possibly empty, in a new byte
  * array that the caller owns, whatever the status: redirects are not followed. Null means that the
@@ -103,7 +103,7 @@ public:
     static CURLcode setHeaders(curl_slist **list, const HttpRequest &request);
 
 private:
-    friend struct HttpClientProbe; // tests shorten the timeout and trust a certificate
+    friend struct HttpClientProbe; // tests shorten the timeout
     struct Method;
 
     /** A reference to libcurl's global state. */
@@ -130,6 +130,7 @@ private:
     };
 
     QByteArray *exchange(const Method &method, const HttpRequest &request, const QByteArray &data);
+    CURLcode prepare();
     CURLcode transfer(const Method &method, const HttpRequest &request, const QByteArray &data);
     CURLcode perform();
 
@@ -138,7 +139,7 @@ private:
     ResponseBuffer m_response; // empty between requests
     Library m_library;
     std::unique_ptr<CURLM, CleanupTransfers> m_transfers; // keeps the connection
-    std::unique_ptr<CURL, Cleanup> m_handle;              // null: every request fails
+    std::unique_ptr<CURL, Cleanup> m_handle;              // null: the next request makes one
     std::atomic<bool> m_cancelled = false;
     CURLcode m_lastResult = CURLE_OK;
     char m_errorText[CURL_ERROR_SIZE] = ""; // libcurl's, of the last request

@@ -28,8 +28,7 @@ QString state(const GoogleToken &token)
 
 TEST(GoogleToken, KeepsWhatTheFileHolds)
 {
-    const QJsonArray rows = goldenRows("token_file.json");
-    for (const QJsonValue row : rows) {
+    for (const QJsonValue row : goldenRows("token_file.json")) {
         const GoogleToken token(row[0].toObject());
         EXPECT_EQ(token.toJson(), row[1].toObject());
         EXPECT_EQ(state(token), "||0|0|" + row[1]["rtk"].toString());

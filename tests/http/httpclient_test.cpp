@@ -75,11 +75,11 @@ TEST(HttpClient, Answers)
                 continue;
             const QString then = row["then"].toString();
             LoopbackServer::send(socket, row["answer"].toString().toLatin1().toStdString());
-            const std::size_t most = then == "drip" ? 1 : 1U << 20U;
-            for (auto left = row["fill"].toInteger(); left > 0; left -= most) {
+            const int most = then == "drip" ? 1 : 1 << 20;
+            for (int left = row["fill"].toInt(); left > 0; left -= most) {
                 std::this_thread::sleep_for(std::chrono::milliseconds(then == "drip" ? 100 : 0));
                 if (!LoopbackServer::send(socket,
-                                          std::string(std::min<std::size_t>(left, most), 'x')))
+                                          std::string(std::size_t(std::min(left, most)), 'x')))
                     return false;
             }
             const std::string repeated = row["repeat"].toString().repeated(500).toStdString();
@@ -103,9 +103,10 @@ TEST(HttpClient, Answers)
         const std::string body = row["echo"].toBool()
                                          ? (method == "GET" ? "" : data)
                                          : row["body"].toString("null").toLatin1().toStdString();
-        const std::string fill(row["body"].isNull() ? 0 : row["fill"].toInteger(), 'x');
-        EXPECT_TRUE(send(client, method, QUrl(address), data) == body + fill)
-                << method << ' ' << qPrintable(address);
+        const std::string fill(row["body"].isNull() ? 0 : std::size_t(row["fill"].toInt()), 'x');
+        for (int i = 0; i < (row["echo"].toBool() ? 7 : 1); ++i)
+            EXPECT_TRUE(send(client, method, QUrl(address), data) == body + fill)
+                    << method << ' ' << qPrintable(address) << client.lastError();
         EXPECT_EQ(*client.lastError() == '\0', body != "null") << client.lastError();
         HttpClientProbe::timeout(client) = 30000;
         EXPECT_EQ(send(client, "PUT", server.url("/after")), "data") << qPrintable(address);
@@ -129,15 +130,14 @@ TEST(HttpClient, SendsNothingOfABadRequest)
         { "A\nB", "b" },      { "A\r", "b" },      { "A", "s3cr3t\r\nB: b" },
         { "A", "s3cr3t\nb" }, { "A", "s3cr3t\r" }, { "A", QByteArray("s3cr3t\0b", 8) },
     };
-    const QString tooLong(9'000'000, 'x'); // for libcurl, which takes 8 MB
-    std::vector<HttpRequest> requests{ server.url("/" + tooLong) };
-    for (const auto &[name, value] : headers)
-        requests.emplace_back(server.url("/bad")).setRawHeader(name, value);
-    for (const HttpRequest &request : requests) {
-        EXPECT_EQ(send(client, "PUT", request), "null") << request.rawHeader("A").constData();
-        const std::string error = client.lastError();
-        EXPECT_TRUE(!error.empty() && error.find("s3cr3t") == std::string::npos);
+    for (const auto &[name, value] : headers) {
+        HttpRequest request(server.url("/bad"));
+        request.setRawHeader(name, value);
+        EXPECT_EQ(send(client, "PUT", request), "null") << name.constData();
+        EXPECT_STREQ(client.lastError(), "Header with a line break or NUL");
     }
+    const QString tooLong(9'000'000, 'x'); // for libcurl, which takes 8 MB
+    EXPECT_EQ(send(client, "PUT", server.url("/" + tooLong)), "null");
     EXPECT_EQ(server.last().path, "/sent");
     EXPECT_EQ(send(client, "GET", server.url("/again")), "");
     EXPECT_EQ(server.connections(), 2);
