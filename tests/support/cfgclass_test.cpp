@@ -1,6 +1,7 @@
 #include "support/cfgclass.h"
 #include "support/datetext.h"
 #include "support/utils.h"
+#include "tests/golden.h"
 #include "tests/support/tempdir.h"
 
 #include <gtest/gtest.h>
@@ -14,11 +15,10 @@ namespace {
 
 using namespace std::string_literals;
 
-using C = CfgClass &;
 using Model = std::map<std::string, std::map<std::string, std::string>>;
 
-/** Sections, keys and values, by number. */
-Model content(C config)
+/** Sections, keys and values, found by number. */
+Model content(CfgClass &config)
 {
     Model model;
     for (unsigned long s = 0; s < config.GetSectionCount(); ++s) {
@@ -30,27 +30,43 @@ Model content(C config)
     return model;
 }
 
-TEST(Ini, Grammar)
+/** Golden texts have one character per byte. */
+std::string bytes(const QJsonValue &value)
 {
-    const std::pair<std::string, std::string> rows[] = {
-        // text, error code and line and content
-        { "", "0 0 " },
-        { "[ Net ]\nport=1\n[b]\n[NET]\nPORT=2\nhost=h", "0 0 [B][NET]HOST=h;PORT=1;" },
-        { "[s]\na=b=c\nE=\n", "0 0 [S]A=b=c;E=;" },
-        { "[s]\na=1\n=x\nx\n[x\na]=1\n[]\nb=[2]\n=\n[c]]\nz=2\n", "7 3 [S]A=1;Z=2;" },
-        { ";c\n#k=1\n'k=2\n\n \t\n ;l=1\nk=v ;c\n", "0 0 []K=v ;c;" },
-        { "[s] ;c\nk=1", "7 1 []K=1;" },
-        { "\t[ a b ] \n  k l \t=  V w \t\n", "0 0 [A B]K L=V w;" },
-        { "[ ]\nk=1\n[[a]\nl=2", "0 0 []K=1;[[A]L=2;" },
-        { "a=1\n[s]\nb=2\n[ ]\nc=3", "0 0 []A=1;C=3;[S]B=2;" },
-        { "[s]\r\nk=v\r\n\r\n;c\r\n", "0 0 [S]K=v;" },
-        { "[s]\nk=v\0w\n\0\nx\0=1\nm=2"s, "7 4 [S]K=v;M=2;" },
-        { "[gr\xc3\xbcn]\n\xc3\xa4=1\n\xc3\x84=2", "0 0 [GR\xc3\x9cN]\xc3\x84=1;" },
-        { "[caf\xe9]\nn\xff=\xfe\n", "0 0 [caf\xe9]n\xff=\xfe;" }, // another encoding
+    return value.toString().toLatin1().toStdString();
+}
+
+/**
+ * An operation of a golden file: its name and arguments, of which null stands for a null pointer.
+ */
+bool run(CfgClass &config, const QJsonValue &operation)
+{
+    const std::string name = bytes(operation[0]), first = bytes(operation[1]),
+                      second = bytes(operation[2]), third = bytes(operation[3]);
+    const auto given = [&operation](qsizetype index, const std::string &text) {
+        return operation[index].isString() ? text.c_str() : nullptr;
     };
+    if (name == "write")
+        return config.WriteStr(given(1, first), given(2, second), given(3, third));
+    if (name == "delete")
+        return config.DeleteKey(first, second);
+    if (name == "erase")
+        return config.EraseSection(first);
+    if (name == "read")
+        return config.ReadStr(given(1, first), given(2, second), "?") != "?";
+    if (name == "readNumber")
+        return config.ReadBool(first, 1UL, false);
+    if (name == "select")
+        return config.SetSection(first) && config.KeyExists(second);
+    return name == "saveAs" ? config.SaveAs(given(1, first)) : config.Flush() && !config.IsFail();
+}
+
+TEST(Ini, ReadsTheGrammar)
+{
     const TempDir dir;
     std::locale::global(std::locale("de_DE.UTF-8"));
-    for (const auto &[text, result] : rows) {
+    for (const QJsonValue row : goldenRows("ini_texts.json")) {
+        const std::string text = bytes(row["text"]);
         CfgClass config;
         EXPECT_TRUE(config.Open(written(dir.path + "in.ini", text)));
         std::ostringstream found;
@@ -60,7 +76,7 @@ TEST(Ini, Grammar)
             for (const auto &[key, value] : keys)
                 found << key << '=' << value << ';';
         }
-        EXPECT_EQ(found.str(), result) << text;
+        EXPECT_EQ(found.str(), bytes(row["content"])) << text;
         CfgClass readOnly;
         EXPECT_TRUE(readOnly.OpenReadOnly(dir.path + "in.ini")) << text;
         EXPECT_EQ(content(readOnly), content(config)) << text;
@@ -70,86 +86,46 @@ TEST(Ini, Grammar)
     std::locale::global(std::locale::classic());
 }
 
-TEST(Ini, RewritesOnlyWhatChanged)
+TEST(Ini, RewritesOnlyChangedLines)
 {
-    const struct
-    {
-        std::string before;
-        bool (*edit)(C);
-        std::string after, afterReg = after;
-    } rows[] = {
-        { "; top\n\n[ Net ]\n \tPort  =1=2 \n#c\n[b]\nx=1\n\n",
-          [](C c) { return c.WriteStr("net", "PORT", "a b"); },
-          "; top\n\n[ Net ]\nPort = a b\n#c\n[b]\nx=1\n" },
-        { "[a]\nx=1\n;c\n[b]\n[A]\nz=1\n;d", [](C c) { return c.WriteStr("a", "New", ""); },
-          "[a]\nx=1\n;c\n[b]\n[A]\nz=1\nNEW = \n;d", "[a]\nx=1\n;c\n[b]\n[A]\nz=1\nNew = \n;d" },
-        { "k=1\n", [](C c) { return c.WriteStr("New s", "Key", " 2"); }, "k=1\n[NEW S]\nKEY =  2",
-          "k=1\n[New s]\nKey =  2" },
-        { ";c\nk=1\n[a]", [](C c) { return c.DeleteKey("", "k") && c.WriteStr("", "L", "2"); },
-          "L = 2\n;c\n[a]" },
-        { "[a]\r\nk=1\r\n", [](C c) { return c.WriteStr("a", "k", "3"); }, "[a]\r\nk = 3" },
-        { "[a]\nk=1\n;c\nK=2\nl=3\n[b]\nk=4\n[a]\nk=5", [](C c) { return c.DeleteKey("A", "k"); },
-          "[a]\n;c\nl=3\n[b]\nk=4\n[a]" },
-        { "[a]\nk=1\n;c\nl=2\n;d",
-          [](C c) { return c.DeleteKey("a", "l") && c.WriteStr("a", "M", "3"); },
-          "[a]\nk=1\nM = 3\n;c\n;d" },
-        { ";t\n[a]\nk=1\n;in\nx\n[b]\n;b\n[A]\nm=[\n[c]\nm=1",
-          [](C c) { return c.EraseSection("a"); }, ";t\n[b]\n;b\n[c]\nm=1" },
-        { ";t\nk=1\n[b]\n[ ]\n;in", [](C c) { return c.EraseSection(""); }, ";t\n[b]" },
-    };
     const TempDir dir;
-    for (const auto &row : rows) {
+    for (const QJsonValue row : goldenRows("ini_edits.json")) {
+        const std::string before = bytes(row["before"]);
         for (const int kind : { 0, 1, 2, 3 }) {
-            std::unique_ptr<CfgClass> config(kind < 2 ? new CfgClass : new RegCfgClass);
-            EXPECT_TRUE(config->Open(written(dir.path + "in.ini", row.before)));
-            config->SetCached(kind % 2 == 0);
-            EXPECT_TRUE(row.edit(*config)) << row.before;
-            EXPECT_EQ(contentOf(dir.path + "in.ini") == row.before, kind % 2 == 0);
+            const bool isReg = kind < 2, isCached = kind % 2 == 0;
+            std::unique_ptr<CfgClass> config(isReg ? new RegCfgClass : new CfgClass);
+            EXPECT_TRUE(config->Open(written(dir.path + "in.ini", before)));
+            config->SetCached(isCached);
+            for (const QJsonValue edit : row["edits"].toArray())
+                EXPECT_TRUE(run(*config, edit)) << before;
+            EXPECT_EQ(contentOf(dir.path + "in.ini") == before, isCached);
             config->SetCached(false);
-            EXPECT_EQ(contentOf(dir.path + "in.ini"), kind < 2 ? row.after : row.afterReg);
+            const bool isOther = isReg && row["afterReg"].isString();
+            EXPECT_EQ(contentOf(dir.path + "in.ini"), bytes(row[isOther ? "afterReg" : "after"]));
         }
     }
 }
 
-TEST(Ini, RefusesWithAnErrorCode)
+TEST(Ini, ReportsErrorCodes)
 {
-    const struct
-    {
-        const char *name;
-        bool (*run)(C);
-        int errors[3]; // with no file, with a file for reading only, with a file
-    } rows[] = {
-        { "read", [](C c) { return c.ReadStr("s", "k", "?") == "v"; }, { 5, 0, 0 } },
-        { "read missing", [](C c) { return c.ReadInt("s", "x", 3) != 3; }, { 5, 1, 1 } },
-        { "read beyond", [](C c) { return c.ReadBool("s", 1UL, false); }, { 1, 1, 1 } },
-        { "select", [](C c) { return c.SetSection("S"s) && c.KeyExists("k"); }, { 5, 0, 0 } },
-        { "save", [](C c) { return c.Flush() && !c.IsFail(); }, { 5, 6, 0 } },
-        { "write", [](C c) { return c.WriteStr("s", "k", "v"); }, { 5, 6, 0 } },
-        { "write null", [](C c) { return c.WriteStr("s", "k", nullptr); }, { 1, 1, 1 } },
-        { "write lines", [](C c) { return c.WriteStr("s", "k", "\n[x]"); }, { 1, 1, 1 } },
-        { "write no section", [](C c) { return c.WriteStr("", "k", "v"); }, { 5, 6, 3 } },
-        { "write bracket", [](C c) { return c.WriteStr("a]", "k", "v"); }, { 5, 6, 3 } },
-        { "write two", [](C c) { return c.WriteStr("new", "k\nl", "v"); }, { 5, 6, 3 } },
-        { "delete missing", [](C c) { return c.DeleteKey("s", "x"); }, { 5, 6, 1 } },
-        { "save as null", [](C c) { return c.SaveAs(nullptr); }, { 1, 1, 1 } },
-        { "full disk", [](C c) { return c.SaveAs("/dev/full"s); }, { 4, 4, 4 } },
-    };
     const TempDir dir;
     const std::string file = written(dir.path + "in.ini", "[s]\nk = v");
-    const Model loaded = { { "S", { { "K", "v" } } } };
-    for (const auto &row : rows) {
-        for (const int state : { 0, 1, 2 }) {
+    for (const QJsonValue row : goldenRows("ini_errors.json")) {
+        for (const char *const state : { "withoutFile", "readOnly", "readWrite" }) {
+            const bool hasFile = state != "withoutFile"s;
             RegCfgClass config;
-            ASSERT_EQ(config.SetFileName(state > 0 ? file.c_str() : "", state == 1), state > 0);
-            EXPECT_EQ(row.run(config), row.errors[state] == 0) << row.name << state;
-            EXPECT_EQ(config.GetErrorCode(), row.errors[state]) << row.name << state;
-            EXPECT_EQ(content(config), state > 0 ? loaded : Model()) << row.name << state;
+            config.SetFileName(hasFile ? file.c_str() : "", state == "readOnly"s);
+            const int error = row[state].toInt();
+            EXPECT_EQ(run(config, row["operation"]), error == 0) << bytes(row["operation"][0]);
+            EXPECT_EQ(config.GetErrorCode(), error) << bytes(row["operation"][0]) << state;
+            EXPECT_EQ(content(config).size(), hasFile ? 1 : 0);
+            EXPECT_EQ(config.ReadStr("s", "k", "v"), "v");
         }
-        EXPECT_EQ(contentOf(file), "[s]\nk = v") << row.name;
+        EXPECT_EQ(contentOf(file), "[s]\nk = v");
     }
 }
 
-TEST(Ini, FilesThatFail)
+TEST(Ini, ReportsFilesThatFail)
 {
     const TempDir dir;
     const std::string fifo = dir.path + "fifo", file = written(dir.path + "f", "k=1");
@@ -175,7 +151,7 @@ TEST(Ini, FilesThatFail)
     EXPECT_EQ(contentOf(dir.path + "other") + contentOf(file), "[S]\nK = y[S]\nK = vx");
 }
 
-TEST(Ini, TypesAndShapes)
+TEST(Ini, HasAllTypesAndOverloads)
 {
     const TempDir dir;
     CfgClass c;
@@ -202,24 +178,30 @@ TEST(Ini, TypesAndShapes)
     EXPECT_TRUE(c.Close() && c.GetSection().empty());
 }
 
-TEST(DateText, Formats)
+TEST(DateText, ReadsAndWritesFormats)
 {
-    // NOLINTBEGIN(concurrency-mt-unsafe): this program has one thread
-    const char *const FULL = "hh:nn:ss dd.mm.yyyy";
-    setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
-    EXPECT_EQ(StrToDateTimeDef("d 15-07-68 12", "d dd-mm-yy hh", -99), 3109572000); // summer time
-    EXPECT_EQ(DateTimeToStr(-1, "d dd-mm-yy"), "d 01-01-70");
-    for (const char *const text :
-         { "", "01", "01/2", "01/20 ", "1/2020", "13/20", "00/20", "01-20" })
-        EXPECT_EQ(StrToDateTimeDef(text, "mm/yy", -99), -99) << text;
-    for (const char *const text : { "01.02", "28.29" }) // one field with two values
-        EXPECT_EQ(StrToDateTimeDef(text, "dd.dd", -99), -99) << text;
-    EXPECT_EQ(StrToDateTimeDef("1", nullptr, -99), -99);
-    setenv("TZ", "CET-1", 1);
-    EXPECT_EQ(StrToDateTimeDef("23:59:60 31.12.1969", FULL, -99), -99);
-    EXPECT_EQ(StrToDateTimeDef("00:59:59 01.01.1970", FULL, -99), -1);
-    EXPECT_EQ(DateTimeToStr(951782400, FULL), "01:00:00 29.02.2000");
-    // NOLINTEND(concurrency-mt-unsafe)
+    setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1); // NOLINT(concurrency-mt-unsafe): one thread
+    constexpr long NO_TIME = -99;
+    for (const QJsonValue row : goldenRows("times.json")) {
+        const std::string text = bytes(row["text"]), format = bytes(row["format"]);
+        const long time = row["time"].toInteger(NO_TIME);
+        EXPECT_EQ(StrToDateTimeDef(text.c_str(), format.c_str(), NO_TIME), time) << text;
+        EXPECT_TRUE(time == NO_TIME || DateTimeToStr(time, format.c_str()) == text) << text;
+    }
+    EXPECT_EQ(StrToDateTimeDef("1", nullptr, NO_TIME), NO_TIME);
+    EXPECT_EQ(DateTimeToStr(1L << 60, "yy"), "");
+}
+
+TEST(Ini, LoadsLargeFilesInLinearTime)
+{
+    const TempDir dir;
+    std::string text = "[s]\nlong=" + std::string(10'000'000, '=');
+    for (int i = 0; i < 200'000; ++i)
+        text += "\nk" + std::to_string(i) + "=1\nsame=x";
+    CfgClass config;
+    ASSERT_TRUE(config.Open(written(dir.path + "in.ini", text)));
+    EXPECT_EQ(config.GetKeyCount("s"), 200'002);
+    EXPECT_EQ(config.ReadStr("s", "k199999", ""), "1");
 }
 
 } // namespace

@@ -9,11 +9,11 @@
 #include <thread>
 #include <unistd.h>
 
-// What the code under test asks of the system comes from here: a clock that moves only as told,
-// sleeps that are noted and counted, and priorities that are noted instead of set.
+// Replacements for system functions: a clock that the tests set, sleeps that are recorded, and
+// priorities that are recorded instead of set.
 
 static std::atomic<long> clockUs{ 1'700'000'000'123'999 };
-static std::atomic<long> clockStepUs{ 0 }; // taken with every sleep
+static std::atomic<long> clockStepUs{ 0 }; // for each sleep
 static std::atomic<unsigned> sleeps{ 0 };
 static thread_local useconds_t lastSleep = 0;
 static thread_local int lastPriority = -1; // the real-time ones from 100
@@ -27,7 +27,7 @@ extern "C" int gettimeofday(timeval *time, void *) noexcept
 
 extern "C" int usleep(useconds_t us)
 {
-    syscall(SYS_poll, nullptr, 0, 1); // rather than a function, for the reason given with FOR_EVER
+    syscall(SYS_poll, nullptr, 0, 1); // see ENDLESS
     pthread_testcancel();
     clockUs += clockStepUs;
     lastSleep = us;
@@ -57,22 +57,22 @@ struct Body : ThClass
 
     Step body;
     std::atomic<bool> begun{ false };
-    std::atomic<pthread_t> terminators{ 0 }; // their sum, so that a second one shows
+    std::atomic<pthread_t> terminators{ 0 }; // their sum, which shows a second one
 };
 
-/** Waits, but not for ever, until something is so. */
-bool comesTrue(const std::function<bool()> &isSo)
+/** Waits for a condition, for at most about 20 s. */
+bool becomesTrue(const std::function<bool()> &condition)
 {
-    for (int polls = 0; polls < 20000 && !isSo(); ++polls)
+    for (int polls = 0; polls < 20000 && !condition(); ++polls)
         syscall(SYS_poll, nullptr, 0, 1);
-    return isSo();
+    return condition();
 }
 
 const Body::Step NOTHING = [](Body &) {};
 const Body::Step KILL = [](Body &body) { body.Kill(); };
 const Body::Step WAIT = [](Body &body) { body.WaitFor(0); };
-// Not pause(): ThreadSanitizer loses sight of a thread that is killed in a wait that it knows.
-const Body::Step FOR_EVER = [](Body &) { syscall(SYS_pause); };
+// Not pause(): ThreadSanitizer loses track of a thread that is killed in a function it intercepts.
+const Body::Step ENDLESS = [](Body &) { syscall(SYS_pause); };
 
 struct Ticker : TmrClass
 {
@@ -89,7 +89,7 @@ struct Ticker : TmrClass
     std::atomic<int> ticks{ 0 };
 };
 
-TEST(Clock, DelaysAreReckonedIn32Bits)
+TEST(Clock, ComputesDelaysIn32Bits)
 {
     Delay(0);
     EXPECT_EQ(lastSleep, 1000U);
@@ -98,13 +98,13 @@ TEST(Clock, DelaysAreReckonedIn32Bits)
     EXPECT_EQ(GetSystemTick() * 1000 + 999, usGetSystemTick());
 }
 
-TEST(Thread, EveryWayToEndLeavesTheSameState)
+TEST(Thread, HasTheSameStateAfterEveryKindOfEnd)
 {
     const std::tuple<const char *, Body::Step, Body::Step, int> rows[] = {
         { "returns", NOTHING, NOTHING, 1 },
         { "throws", [](Body &) { throw 1; }, NOTHING, 1 },
-        { "is killed", FOR_EVER, KILL, 2 },
-        { "kills itself", [](Body &body) { KILL(body), FOR_EVER(body); }, NOTHING, 1 },
+        { "is killed", ENDLESS, KILL, 2 },
+        { "kills itself", [](Body &body) { KILL(body), ENDLESS(body); }, NOTHING, 1 },
         { "exits", [](Body &) { pthread_exit(nullptr); }, NOTHING, 0 },
         { "waits for itself", WAIT, NOTHING, 1 },
     };
@@ -114,18 +114,18 @@ TEST(Thread, EveryWayToEndLeavesTheSameState)
             thread.terminators = 0;
             thread.begun = false;
             thread.Resume();
-            EXPECT_TRUE(comesTrue([&] { return thread.begun.load(); })) << name;
+            EXPECT_TRUE(becomesTrue([&] { return thread.begun.load(); })) << name;
             end(thread);
             thread.WaitFor(0);
             EXPECT_TRUE(thread.GetSuspended()) << name;
             const pthread_t terminators[] = { 0, thread.GetThreadID(), pthread_self() };
             const pthread_t expected = terminators[terminator];
-            EXPECT_TRUE(comesTrue([&] { return thread.terminators == expected; })) << name;
+            EXPECT_TRUE(becomesTrue([&] { return thread.terminators == expected; })) << name;
         }
     }
 }
 
-TEST(Thread, NothingTouchesOneThatWasNeverCreated)
+TEST(Thread, StaysUsableIfItCannotBeCreated)
 {
     pthread_attr_t normal;
     pthread_getattr_default_np(&normal);
@@ -145,27 +145,13 @@ TEST(Thread, NothingTouchesOneThatWasNeverCreated)
     pthread_setattr_default_np(&normal);
     thread.Resume();
     EXPECT_FALSE(thread.GetHandle() != 0 || thread.GetTerminated());
-
-    // A body that runs stays the object's own when a second thread for it is not to be had.
-    Body running([](Body &body) {
-        while (!body.GetTerminated())
-            std::this_thread::yield();
-    });
-    running.Resume();
-    pthread_setattr_default_np(&huge);
-    running.ThCreate();
-    pthread_setattr_default_np(&normal);
-    EXPECT_EQ(running.GetHandle(), EAGAIN);
-    running.Terminate();
-    running.WaitFor(0);
-    EXPECT_TRUE(running.GetSuspended());
 }
 
-TEST(Thread, TakesPrioritiesUntilTheDestructorKillsIt)
+TEST(Thread, TakesPrioritiesAndIsKilledByItsDestructor)
 {
     const int expected[] = { 101, 117, 133, 0, 165, 181, 199, 0 }; // of the range 1 to 99
     const long start = clockUs;
-    auto thread = std::make_unique<Body>(FOR_EVER);
+    auto thread = std::make_unique<Body>(ENDLESS);
     thread->SetPriority(ThClass::PrioHigh);
     EXPECT_EQ(thread->GetPriority(), ThClass::PrioNormal);
     thread->Resume();
@@ -174,7 +160,7 @@ TEST(Thread, TakesPrioritiesUntilTheDestructorKillsIt)
         EXPECT_EQ(thread->GetPriority(), i);
         EXPECT_EQ(lastPriority, expected[i]) << i;
     }
-    ASSERT_TRUE(comesTrue([&thread] { return thread->begun.load(); })); // else it is never run
+    ASSERT_TRUE(becomesTrue([&thread] { return thread->begun.load(); })); // before it is killed
     clockStepUs = 100'000;
     thread->WaitFor(500);
     thread.reset();
@@ -182,7 +168,7 @@ TEST(Thread, TakesPrioritiesUntilTheDestructorKillsIt)
     clockStepUs = 0;
 }
 
-TEST(Thread, TenThousandCyclesLeaveNothing)
+TEST(Thread, DoesNotLeakInTenThousandCycles)
 {
     const Body::Step ends[] = { [](Body &body) { body.WaitFor(1); }, KILL, WAIT, KILL, KILL };
     std::vector<long> pages;
@@ -198,10 +184,10 @@ TEST(Thread, TenThousandCyclesLeaveNothing)
         if (run % 64 == 0)
             timer.GetThread()->Kill();
     }
-    EXPECT_LT(pages.back() - pages.front(), 128 << 10); // 512 MB; the stacks of all would be 80 GB
+    EXPECT_LT(pages.back() - pages.front(), 128 << 10); // 512 MB; all stacks would be 80 GB
 }
 
-TEST(Timer, CountsFromTheLastStartAndFromTheEndOfTheLastTick)
+TEST(Timer, CountsFromStartAndFromTheEndOfATick)
 {
     Ticker timer;
     const std::tuple<const char *, std::function<void()>, long, int> rows[] = {
@@ -222,7 +208,7 @@ TEST(Timer, CountsFromTheLastStartAndFromTheEndOfTheLastTick)
         action();
         clockUs += passedMs * 1000;
         const unsigned before = sleeps;
-        EXPECT_TRUE(comesTrue([before] { return sleeps - before >= 4; })) << name;
+        EXPECT_TRUE(becomesTrue([before] { return sleeps - before >= 4; })) << name;
         EXPECT_EQ(timer.ticks, ticks) << name;
     }
 }
