@@ -157,6 +157,8 @@ public:
     {
         m_headers = curl_slist_append(m_headers, "Authorization: Bearer token");
         m_headers = curl_slist_append(m_headers, "Content-Type: application/json");
+        m_headers =
+                curl_slist_append(m_headers, "Expect:"); // as the client, no wait for a go-ahead
         curl_easy_setopt(m_curl, CURLOPT_HTTPHEADER, m_headers);
         curl_easy_setopt(m_curl, CURLOPT_NOSIGNAL, 1L);
         curl_easy_setopt(m_curl, CURLOPT_WRITEFUNCTION, discard);

@@ -63,6 +63,12 @@ CURLcode ask(const std::string &url, const std::string &accessToken, bool isVeri
     curl_easy_setopt(handle.get(), CURLOPT_CERTINFO, 1L);
     curl_easy_setopt(handle.get(), CURLOPT_SSL_VERIFYPEER, isVerifying ? 1L : 0L);
     curl_easy_setopt(handle.get(), CURLOPT_SSL_VERIFYHOST, isVerifying ? 2L : 0L);
+    // As the plug-in does; `isVerifying` is about the server only.
+    curl_easy_setopt(handle.get(), CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
+    curl_easy_setopt(handle.get(), CURLOPT_PROXY_SSL_VERIFYPEER,
+                     HttpClient::verifiesTls() ? 1L : 0L);
+    curl_easy_setopt(handle.get(), CURLOPT_PROXY_SSL_VERIFYHOST,
+                     HttpClient::verifiesTls() ? 2L : 0L);
     curl_easy_setopt(handle.get(), CURLOPT_HEADERFUNCTION, readHeader);
     curl_easy_setopt(handle.get(), CURLOPT_HEADERDATA, &answer);
     curl_easy_setopt(handle.get(), CURLOPT_WRITEFUNCTION, ignore);
